@@ -1,0 +1,142 @@
+#pragma once
+
+#include "AccessibilityProbe.h"
+#include "ApiRecords.h"
+#include "Clock.h"
+#include "CompanionConnectionState.h"
+#include "CompanionStore.h"
+#include "DefaultsStore.h"
+#include "HttpClient.h"
+#include "KeyboardPoster.h"
+#include "MainThread.h"
+#include "SecretBackend.h"
+#include "SerialQueue.h"
+#include "ServiceError.h"
+#include "SocketMessages.h"
+#include "TextInjector.h"
+#include "WebSocketTask.h"
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace keyferry {
+
+// What the service needs from the world. Every port must outlive the service.
+struct CompanionServicePorts {
+    SerialQueue& queue;
+    MainThread& mainThread;
+    Clock& clock;
+    HttpClient& http;
+    WebSocketFactory& webSockets;
+    DefaultsStore& defaults;
+    SecretBackend& secrets;
+    KeyboardPoster& keyboard;
+    AccessibilityProbe& accessibility;
+};
+
+// The one object through which the application talks to the Keyferry web service: pairing, the phone
+// list, the WebSocket that brings texts to type, heartbeat and reconnection.
+//
+// Owned by the application through a shared_ptr (timers, work items and completions hold it weakly).
+// Public operations may be called from any thread and only enqueue work on the service's serial queue;
+// every field is read and written on that queue only. Callbacks are set on the main thread and always
+// run there, asynchronously, in the order the service produced them; an unset callback drops its report.
+class CompanionService : public std::enable_shared_from_this<CompanionService> {
+public:
+    using PairCodeExpiry = std::chrono::system_clock::time_point;
+
+    // `baseURL` is the service's https base URL; `computerName` is what the pairing request calls this
+    // computer. Construction starts nothing.
+    static std::shared_ptr<CompanionService> make(const CompanionServicePorts& ports, std::string baseURL,
+                                                  std::string computerName);
+
+    CompanionService(const CompanionService&) = delete;
+    CompanionService& operator=(const CompanionService&) = delete;
+
+    std::function<void(CompanionConnectionState)> onStateChange;
+    std::function<void(const std::string& code, PairCodeExpiry expiresAt)> onPairCode;
+    std::function<void()> onPairingCompleted;
+    std::function<void(const std::vector<PairedPhone>&)> onPhonesChanged;
+    std::function<void()> onAccessibilityNeeded;
+    std::function<void()> onTextInserted;
+    std::function<void(const std::string&)> onError;
+
+    void start();
+    void stop();
+    void resumeAfterAccessibilityPermission();
+    void requestPairingCode();
+    void refreshPhones();
+    void removePhone(std::string pairingId);
+
+private:
+    using Task = std::shared_ptr<WebSocketTask>;
+
+    CompanionService(const CompanionServicePorts& ports, std::string baseURL, std::string computerName);
+
+    // Service state, callbacks and threading.
+    void enqueue(std::function<void(CompanionService&)> work);
+    void dispatchMain(std::function<void(CompanionService&)> report);
+    void setState(CompanionConnectionState newState);
+    void reportError(std::string text);
+    void assertOnQueue() const;
+
+    // Socket session and message handling.
+    void connectIfPermitted();
+    void connect();
+    void receiveNext(const Task& task);
+    void handle(const WebSocketMessage& message, const Task& task);
+    void handleInsertText(const ServerMessage& message, const Task& task);
+    void sendReply(const SocketReply& reply, const Task& task);
+
+    // Heartbeat, connection loss and reconnection.
+    void startHeartbeat(const Task& task);
+    void stopHeartbeat();
+    void handleConnectionLoss(const Task& task);
+    void withdrawPairing();
+    void scheduleReconnect();
+    void cancelConnection();
+
+    // Request layer.
+    std::string urlFor(const std::string& path) const;
+    HttpRequest authorizedRequest(const std::string& path, const std::string& method,
+                                  const std::optional<std::string>& body);
+    template <typename Record>
+    void perform(HttpRequest request, std::function<void(RequestResult<Record>)> completion);
+    void fetchPairStatus(const std::string& token, std::function<void(RequestResult<PairStatusResponse>)> completion);
+
+    // Pairing flow.
+    void requestPairingCodeNow();
+    void handlePairingCodeReply(RequestResult<PairingResponse> result, bool wasPaired);
+    void dispatchPairCode(const PairingResponse& response);
+    void pollInitialPairing(const std::string& token);
+    void pollAdditionalPairing(const std::string& token, std::int64_t expiresAt);
+
+    // Phone list and removal.
+    void refreshPhonesNow(bool reportErrors);
+    void removePhoneNow(const std::string& pairingId);
+
+    CompanionStore store;
+    SerialQueue& queue;
+    MainThread& mainThread;
+    Clock& clock;
+    HttpClient& http;
+    WebSocketFactory& webSockets;
+    AccessibilityProbe& accessibility;
+    TextInjector injector;
+    const std::string baseURL;
+    const std::string computerName;
+
+    Task socket;
+    std::shared_ptr<RepeatingTimer> heartbeat;
+    std::shared_ptr<WorkItem> reconnectWorkItem;
+    double reconnectDelay = 1.0;
+    bool stopped = false;
+    CompanionConnectionState state = CompanionConnectionState::unpaired;
+};
+
+} // namespace keyferry

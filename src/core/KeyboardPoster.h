@@ -1,0 +1,23 @@
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+namespace keyferry {
+
+// Posts synthetic keyboard events to whatever application has the keyboard focus. Owned by the
+// application (or a test) and outliving the injector; called from the service's queue only, one call
+// at a time.
+class KeyboardPoster {
+public:
+    static constexpr std::size_t maximumUnits = 20;
+
+    virtual ~KeyboardPoster() = default;
+
+    // Posts one key-down/key-up pair that types `units` (1 to maximumUnits UTF-16 code units, a surrogate
+    // pair never split except at the end of the text). False when the events could not be made or posted;
+    // what was posted before stays typed.
+    virtual bool postKeyPair(std::u16string_view units) = 0;
+};
+
+} // namespace keyferry
