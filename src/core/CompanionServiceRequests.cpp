@@ -1,5 +1,7 @@
 #include "CompanionService.h"
 
+#include "Utf16.h"
+
 #include <nlohmann/json.hpp>
 
 #include <string_view>
@@ -12,46 +14,6 @@ namespace {
 constexpr double requestTimeout = 60.0;
 constexpr double requestIdleTimeout = 20.0;
 constexpr double requestResourceTimeout = 30.0;
-
-// Strict UTF-8: no overlong forms, no surrogates, nothing above U+10FFFF.
-bool isValidUtf8(std::string_view bytes) {
-    std::size_t index = 0;
-    while (index < bytes.size()) {
-        const auto lead = static_cast<unsigned char>(bytes[index]);
-        std::size_t length = 0;
-        unsigned char low = 0x80;
-        unsigned char high = 0xBF;
-        if (lead < 0x80) {
-            ++index;
-            continue;
-        } else if (lead >= 0xC2 && lead <= 0xDF) {
-            length = 2;
-        } else if (lead >= 0xE0 && lead <= 0xEF) {
-            length = 3;
-            low = lead == 0xE0 ? 0xA0 : 0x80;
-            high = lead == 0xED ? 0x9F : 0xBF;
-        } else if (lead >= 0xF0 && lead <= 0xF4) {
-            length = 4;
-            low = lead == 0xF0 ? 0x90 : 0x80;
-            high = lead == 0xF4 ? 0x8F : 0xBF;
-        } else {
-            return false;
-        }
-        if (index + length > bytes.size()) {
-            return false;
-        }
-        for (std::size_t offset = 1; offset < length; ++offset) {
-            const auto unit = static_cast<unsigned char>(bytes[index + offset]);
-            const unsigned char minimum = offset == 1 ? low : 0x80;
-            const unsigned char maximum = offset == 1 ? high : 0xBF;
-            if (unit < minimum || unit > maximum) {
-                return false;
-            }
-        }
-        index += length;
-    }
-    return true;
-}
 
 // The body text an HTTP error keeps: the reply as UTF-8, or nothing when it is not valid UTF-8.
 std::string bodyText(std::string body) {
