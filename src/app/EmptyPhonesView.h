@@ -10,7 +10,7 @@ namespace keyferry {
 // widgets (Qt parent ownership). Main thread only.
 class EmptyPhonesView : public CardView {
 public:
-    static constexpr int height = 132;
+    static constexpr int placeholderHeight = 132;
 
     explicit EmptyPhonesView(QWidget* parent = nullptr);
 

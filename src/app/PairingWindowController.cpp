@@ -131,7 +131,7 @@ void PairingWindowController::renderPhones() {
     clearStack();
     if (phones.empty()) {
         auto* placeholder = new EmptyPhonesView(flippedView);
-        placeholder->setFixedHeight(EmptyPhonesView::height);
+        placeholder->setFixedHeight(EmptyPhonesView::placeholderHeight);
         devicesStack->addWidget(placeholder);
         return;
     }
@@ -143,7 +143,7 @@ void PairingWindowController::renderPhones() {
                 weakSelf->confirmRemoval(phone);
             }
         }, flippedView);
-        card->setFixedHeight(PhoneCardView::height);
+        card->setFixedHeight(PhoneCardView::cardHeight);
         devicesStack->addWidget(card);
     }
 }

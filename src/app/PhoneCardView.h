@@ -26,7 +26,7 @@ struct PhoneStatus {
 // child widgets (Qt parent ownership). Main thread only.
 class PhoneCardView : public CardView {
 public:
-    static constexpr int height = 82;
+    static constexpr int cardHeight = 82;
     static constexpr const char* unnamedPhone = "Keyferry phone";
 
     PhoneCardView(const PairedPhone& phone, const PhoneStatus& status, std::function<void()> onRemove,
