@@ -161,11 +161,11 @@ fakes::ScriptedWebSocketTask& CompanionServiceHarness::startConnected() {
     plantPairing();
     service->start();
     settle();
-    respond("v1/computers/phones", 200, phonesReply({phone("p1")}));
+    respond(phonesPath, 200, phonesReply({phone("p1")}));
     auto& socket = lastSocket();
     socket.deliverText(R"({"type":"connected"})");
     settle();
-    respond("v1/computers/phones", 200, phonesReply({phone("p1")}));
+    respond(phonesPath, 200, phonesReply({phone("p1")}));
     return socket;
 }
 

@@ -31,6 +31,12 @@ inline constexpr const char* socketURL = "wss://keyferry.example:8443/v1/compute
 inline constexpr const char* computerName = "Studio desk";
 inline constexpr const char* storedToken = "token-1";
 
+inline constexpr const char* startPath = "v1/computers/pair/start";
+inline constexpr const char* codePath = "v1/computers/pair/code";
+inline constexpr const char* statusPath = "v1/computers/pair/status";
+inline constexpr const char* phonesPath = "v1/computers/phones";
+inline constexpr const char* removePath = "v1/computers/phones/remove";
+
 inline std::string url(const std::string& path) { return std::string(baseURL) + "/" + path; }
 
 // JSON replies and frames of the service.
