@@ -93,6 +93,13 @@ SecretStatus CompanionServiceSecrets::find(const SecretQuery& query, std::string
     return InMemorySecretBackend::find(query, value);
 }
 
+void CompanionServiceDefaults::setStringArray(const std::string& key, const std::vector<std::string>& value) {
+    InMemoryDefaults::setStringArray(key, value);
+    if (onArrayWrite) {
+        onArrayWrite(key);
+    }
+}
+
 CompanionServiceHarness::CompanionServiceHarness(const std::string& serviceURL) {
     const CompanionServicePorts ports{queue, mainThread, clock, http, sockets, defaults, secrets, keyboard,
                                       accessibility};

@@ -12,6 +12,7 @@
 #include "SettableAccessibilityProbe.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <ostream>
 #include <optional>
@@ -60,6 +61,14 @@ public:
     std::optional<int> dropTokenAfterFinds;
 };
 
+// The in-memory defaults, telling the test of every string-array write as it happens.
+class CompanionServiceDefaults : public fakes::InMemoryDefaults {
+public:
+    void setStringArray(const std::string& key, const std::vector<std::string>& value) override;
+
+    std::function<void(const std::string& key)> onArrayWrite;
+};
+
 // One CompanionService over every fake, with everything it reports recorded, in the order the main
 // thread received it.
 class CompanionServiceHarness {
@@ -94,7 +103,7 @@ public:
     fakes::RecordingMainThread mainThread;
     fakes::ScriptedHttpClient http;
     fakes::ScriptedWebSocketFactory sockets;
-    fakes::InMemoryDefaults defaults;
+    CompanionServiceDefaults defaults;
     CompanionServiceSecrets secrets;
     fakes::RecordingKeyboardPoster keyboard;
     fakes::SettableAccessibilityProbe accessibility;
