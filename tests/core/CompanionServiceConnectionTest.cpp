@@ -7,7 +7,6 @@ namespace {
 
 using State = CompanionConnectionState;
 
-constexpr const char* statusPath = "v1/computers/pair/status";
 
 class CompanionServiceConnectionTest : public ::testing::Test, protected CompanionServiceHarness {
 protected:
@@ -207,7 +206,7 @@ TEST_F(CompanionServiceConnectionTest, StopWhileAReconnectionIsPending) {
     // The delay is back at 1 s for the next start.
     service->start();
     settle();
-    respond("v1/computers/phones", 200, phonesReply({}));
+    respond(phonesPath, 200, phonesReply({}));
     ASSERT_EQ(sockets.taskCount(), 3u);
     EXPECT_DOUBLE_EQ(failAndMeasureDelay(), 1.0);
 }

@@ -93,6 +93,13 @@ SecretStatus CompanionServiceSecrets::find(const SecretQuery& query, std::string
     return InMemorySecretBackend::find(query, value);
 }
 
+void CompanionServiceDefaults::setStringArray(const std::string& key, const std::vector<std::string>& value) {
+    InMemoryDefaults::setStringArray(key, value);
+    if (onArrayWrite) {
+        onArrayWrite(key);
+    }
+}
+
 CompanionServiceHarness::CompanionServiceHarness(const std::string& serviceURL) {
     const CompanionServicePorts ports{queue, mainThread, clock, http, sockets, defaults, secrets, keyboard,
                                       accessibility};
@@ -161,11 +168,11 @@ fakes::ScriptedWebSocketTask& CompanionServiceHarness::startConnected() {
     plantPairing();
     service->start();
     settle();
-    respond("v1/computers/phones", 200, phonesReply({phone("p1")}));
+    respond(phonesPath, 200, phonesReply({phone("p1")}));
     auto& socket = lastSocket();
     socket.deliverText(R"({"type":"connected"})");
     settle();
-    respond("v1/computers/phones", 200, phonesReply({phone("p1")}));
+    respond(phonesPath, 200, phonesReply({phone("p1")}));
     return socket;
 }
 

@@ -12,6 +12,7 @@
 #include "SettableAccessibilityProbe.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <ostream>
 #include <optional>
@@ -30,6 +31,12 @@ inline constexpr const char* baseURL = "https://keyferry.example:8443/base";
 inline constexpr const char* socketURL = "wss://keyferry.example:8443/v1/computers/connect";
 inline constexpr const char* computerName = "Studio desk";
 inline constexpr const char* storedToken = "token-1";
+
+inline constexpr const char* startPath = "v1/computers/pair/start";
+inline constexpr const char* codePath = "v1/computers/pair/code";
+inline constexpr const char* statusPath = "v1/computers/pair/status";
+inline constexpr const char* phonesPath = "v1/computers/phones";
+inline constexpr const char* removePath = "v1/computers/phones/remove";
 
 inline std::string url(const std::string& path) { return std::string(baseURL) + "/" + path; }
 
@@ -52,6 +59,14 @@ public:
     SecretStatus find(const SecretQuery& query, std::string& value) override;
 
     std::optional<int> dropTokenAfterFinds;
+};
+
+// The in-memory defaults, telling the test of every string-array write as it happens.
+class CompanionServiceDefaults : public fakes::InMemoryDefaults {
+public:
+    void setStringArray(const std::string& key, const std::vector<std::string>& value) override;
+
+    std::function<void(const std::string& key)> onArrayWrite;
 };
 
 // One CompanionService over every fake, with everything it reports recorded, in the order the main
@@ -88,7 +103,7 @@ public:
     fakes::RecordingMainThread mainThread;
     fakes::ScriptedHttpClient http;
     fakes::ScriptedWebSocketFactory sockets;
-    fakes::InMemoryDefaults defaults;
+    CompanionServiceDefaults defaults;
     CompanionServiceSecrets secrets;
     fakes::RecordingKeyboardPoster keyboard;
     fakes::SettableAccessibilityProbe accessibility;

@@ -46,12 +46,12 @@ TEST_F(CompanionServiceSocketTest, ConnectedOnlyWhenTheServiceConfirms) {
     service->start();
     settle();
     EXPECT_EQ(states, std::vector<State>{State::connecting});
-    respond("v1/computers/phones", 200, phonesReply({}));
+    respond(phonesPath, 200, phonesReply({}));
     EXPECT_EQ(states, std::vector<State>{State::connecting});
     lastSocket().deliverText(R"({"type":"connected"})");
     settle();
     EXPECT_EQ(states, (std::vector<State>{State::connecting, State::connected}));
-    EXPECT_EQ(requestsTo("v1/computers/phones"), 2u); // start, then the confirmation
+    EXPECT_EQ(requestsTo(phonesPath), 2u); // start, then the confirmation
 }
 
 TEST_F(CompanionServiceSocketTest, MissingTokenAtConnectClearsThePairingSilently) {
@@ -99,11 +99,17 @@ TEST_F(CompanionServiceSocketTest, InsertTextIsTypedRecordedAcknowledgedAndTold)
 
 TEST_F(CompanionServiceSocketTest, TheIdIsRecordedBeforeTheAcknowledgementLeaves) {
     auto& socket = connected();
+    std::vector<std::size_t> sentWhenRecorded;
+    defaults.onArrayWrite = [&](const std::string& key) {
+        if (key == "quillix.processedMessageIds") {
+            sentWhenRecorded.push_back(socket.sentCount());
+        }
+    };
     socket.completeSendsAtOnce = false;
     socket.deliverText(insertText("A", "x"));
     queue.runUntilIdle();
+    EXPECT_EQ(sentWhenRecorded, std::vector<std::size_t>{0});
     ASSERT_EQ(socket.sentCount(), 1u);
-    EXPECT_EQ(processedIds(), std::vector<std::string>{"A"});
     EXPECT_EQ(textsInserted, 0); // told only afterwards, on the main thread
     socket.completeSend(0, WebSocketError{"broken pipe"}); // a failed send is neither retried nor reported
     settle();
@@ -147,29 +153,29 @@ TEST_F(CompanionServiceSocketTest, InsertTextWithoutTextTypesTheEmptyString) {
 
 TEST_F(CompanionServiceSocketTest, ConnectedWhileConnectedRefreshesWithoutAStateReport) {
     auto& socket = connected();
-    const auto refreshes = requestsTo("v1/computers/phones");
+    const auto refreshes = requestsTo(phonesPath);
     socket.deliverText(R"({"type":"connected"})");
     settle();
     EXPECT_TRUE(states.empty());
-    EXPECT_EQ(requestsTo("v1/computers/phones"), refreshes + 1);
+    EXPECT_EQ(requestsTo(phonesPath), refreshes + 1);
 }
 
 TEST_F(CompanionServiceSocketTest, TypeIsCaseSensitive) {
     plantPairing();
     service->start();
     settle();
-    const auto refreshes = requestsTo("v1/computers/phones");
+    const auto refreshes = requestsTo(phonesPath);
     lastSocket().deliverText(R"({"type":"Connected"})");
     settle();
     EXPECT_EQ(states, std::vector<State>{State::connecting});
-    EXPECT_EQ(requestsTo("v1/computers/phones"), refreshes);
+    EXPECT_EQ(requestsTo(phonesPath), refreshes);
 }
 
 TEST_F(CompanionServiceSocketTest, BinaryPhonesChangedRefreshesTheList) {
     auto& socket = connected();
     socket.deliverBinary(R"({"type":"phones_changed"})");
     settle();
-    respond("v1/computers/phones", 200, phonesReply({phone("p1"), phone("p2")}));
+    respond(phonesPath, 200, phonesReply({phone("p1"), phone("p2")}));
     ASSERT_EQ(phoneLists.size(), 1u);
     EXPECT_EQ(phoneLists[0], (std::vector<PairedPhone>{phone("p1"), phone("p2")}));
 }
@@ -178,13 +184,13 @@ TEST_F(CompanionServiceSocketTest, BackgroundRefreshFailuresAreSilent) {
     auto& socket = connected();
     socket.deliverText(R"({"type":"phones_changed"})");
     settle();
-    respond("v1/computers/phones", 500, R"({"error":"boom"})");
+    respond(phonesPath, 500, R"({"error":"boom"})");
     EXPECT_TRUE(events.empty());
 }
 
 TEST_F(CompanionServiceSocketTest, FramesThatDoNotFitAreIgnored) {
     auto& socket = connected();
-    const auto refreshes = requestsTo("v1/computers/phones");
+    const auto refreshes = requestsTo(phonesPath);
     for (const char* frame : {R"({"id":"A","text":"T"})", "not json", R"({"type":"pong"})",
                               R"({"type":"insert_text","id":7,"text":"T"})", R"({"type":"greeting","id":"A"})",
                               R"(["insert_text"])"}) {
@@ -194,7 +200,7 @@ TEST_F(CompanionServiceSocketTest, FramesThatDoNotFitAreIgnored) {
     EXPECT_EQ(keyboard.attempts(), 0u);
     EXPECT_EQ(socket.sentCount(), 0u);
     EXPECT_TRUE(events.empty());
-    EXPECT_EQ(requestsTo("v1/computers/phones"), refreshes);
+    EXPECT_EQ(requestsTo(phonesPath), refreshes);
     EXPECT_EQ(socket.pendingReceiveCount(), 1u);
 }
 
@@ -212,7 +218,7 @@ TEST_F(CompanionServiceSocketTest, AFrameForAReplacedSocketIsIgnored) {
     advance(20.0);
     first.answerPing(WebSocketError{"timed out"}); // the first socket is given up, its receive still pending
     settle();
-    respond("v1/computers/pair/status", 200, statusReply("active"));
+    respond(statusPath, 200, statusReply("active"));
     advance(1.0);
     ASSERT_EQ(sockets.taskCount(), 2u);
     ASSERT_TRUE(first.hasPendingReceive());
@@ -229,17 +235,17 @@ TEST_F(CompanionServiceSocketTest, AfterStopTheClosedSocketsErrorIsDropped) {
     settle();
     socket.deliverError("cancelled");
     settle();
-    EXPECT_EQ(requestsTo("v1/computers/pair/status"), 0u);
+    EXPECT_EQ(requestsTo(statusPath), 0u);
     EXPECT_TRUE(events.empty());
 }
 
 TEST_F(CompanionServiceSocketTest, ASecondStartRefreshesButOpensNoSecondSocket) {
     connected();
-    const auto refreshes = requestsTo("v1/computers/phones");
+    const auto refreshes = requestsTo(phonesPath);
     service->start();
     settle();
     EXPECT_EQ(sockets.taskCount(), 1u);
-    EXPECT_EQ(requestsTo("v1/computers/phones"), refreshes + 1);
+    EXPECT_EQ(requestsTo(phonesPath), refreshes + 1);
     EXPECT_TRUE(states.empty());
 }
 

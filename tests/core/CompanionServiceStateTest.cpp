@@ -176,7 +176,7 @@ std::function<void(CompanionServiceHarness&)> lossAnsweredWith(int status, std::
     return [status, body](CompanionServiceHarness& h) {
         h.connected();
         loseConnection(h);
-        h.respond("v1/computers/pair/status", status, body);
+        h.respond(statusPath, status, body);
     };
 }
 
@@ -195,7 +195,7 @@ const std::vector<Sequence>& sequences() {
              h.connected();
              loseConnection(h);
              EXPECT_TRUE(h.states.empty()) << "no change while the status is checked";
-             h.respond("v1/computers/pair/status", 200, statusReply("active"));
+             h.respond(statusPath, 200, statusReply("active"));
              h.advance(1.0);
              EXPECT_EQ(h.sockets.taskCount(), 2u);
              confirm(h);
@@ -237,7 +237,7 @@ const std::vector<Sequence>& sequences() {
          [](CompanionServiceHarness& h) {
              h.startConnected();
              loseConnection(h);
-             h.respond("v1/computers/pair/status", 200, statusReply("active"));
+             h.respond(statusPath, 200, statusReply("active"));
              h.advance(1.0); // an attempt of the series, not yet confirmed
              h.keyboard.failAtPost(1);
              h.lastSocket().deliverText(insertText("A", "text"));
