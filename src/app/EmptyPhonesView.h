@@ -9,6 +9,8 @@ namespace keyferry {
 // The placeholder of an empty phone list: a crossed-out phone over "No phones paired". Owns its child
 // widgets (Qt parent ownership). Main thread only.
 class EmptyPhonesView : public CardView {
+    Q_OBJECT
+
 public:
     static constexpr int placeholderHeight = 132;
 

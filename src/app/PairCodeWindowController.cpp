@@ -147,7 +147,12 @@ void PairCodeWindowController::closeWindow() {
 }
 
 void PairCodeWindowController::close() {
-    windowWidget->close();
+    if (windowWidget->isVisible()) {
+        windowWidget->close();
+    } else {
+        // A window already off screen gets no close event; its closing is still told, like any other.
+        windowWillClose();
+    }
 }
 
 bool PairCodeWindowController::eventFilter(QObject* watched, QEvent* event) {

@@ -25,6 +25,8 @@ struct PhoneStatus {
 // phone's name. The remove button calls `onRemove` each time it is pressed, without asking. Owns its
 // child widgets (Qt parent ownership). Main thread only.
 class PhoneCardView : public CardView {
+    Q_OBJECT
+
 public:
     static constexpr int cardHeight = 82;
     static constexpr const char* unnamedPhone = "Keyferry phone";

@@ -1,3 +1,4 @@
+#include "QtPrinters.h"
 #include "ManualShellScheduler.h"
 #include "PairCodeWindowController.h"
 #include "SystemColors.h"

@@ -1,3 +1,4 @@
+#include "QtPrinters.h"
 #include "AlertAnswerer.h"
 #include "CallbackButton.h"
 #include "ElidedLabel.h"

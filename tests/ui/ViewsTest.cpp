@@ -1,3 +1,4 @@
+#include "QtPrinters.h"
 #include "Assets.h"
 #include "CallbackButton.h"
 #include "ElidedLabel.h"
