@@ -5,11 +5,16 @@
 #include "QtShellScheduler.h"
 #include "ServiceAddress.h"
 #include "SingleInstance.h"
+#include "TerminationSignals.h"
 
 #include <QApplication>
+#include <QElapsedTimer>
+#include <QEventLoop>
 #include <QSysInfo>
 #include <QSystemTrayIcon>
 #include <QTimer>
+
+#include <chrono>
 
 namespace {
 
@@ -23,6 +28,19 @@ keyferry::QtTrust serviceTrust() {
     return authority.empty() ? keyferry::QtTrust::systemStore() : keyferry::QtTrust::systemStoreAnd(authority);
 }
 
+// At login the panel may come up after Keyferry: a background start gives the tray a few seconds to
+// appear before the window stands in for it.
+bool waitForSystemTray(std::chrono::milliseconds limit) {
+    QElapsedTimer waited;
+    waited.start();
+    while (!QSystemTrayIcon::isSystemTrayAvailable() && waited.elapsed() < limit.count()) {
+        QEventLoop pause;
+        QTimer::singleShot(100, &pause, &QEventLoop::quit);
+        pause.exec();
+    }
+    return QSystemTrayIcon::isSystemTrayAvailable();
+}
+
 bool anyWindowVisible() {
     for (const QWidget* window : QApplication::topLevelWidgets()) {
         if (window->isVisible()) {
@@ -30,6 +48,27 @@ bool anyWindowVisible() {
         }
     }
     return false;
+}
+
+// Runs the shell until the user (or the session) quits it.
+void runShell(keyferry::SingleInstance& instance) {
+    keyferry::PlatformPorts platform(serviceTrust());
+    keyferry::QtShellScheduler scheduler;
+    auto service = keyferry::CompanionService::make(platform.ports(), KEYFERRY_SERVICE_URL, computerName());
+    const QStringList arguments = QApplication::arguments();
+    const bool background = arguments.contains(QString::fromLatin1(keyferry::AppDelegate::backgroundArgument));
+    const bool trayAvailable = waitForSystemTray(background ? std::chrono::seconds(5) : std::chrono::seconds(0));
+    {
+        keyferry::AppDelegate delegate(service, platform.accessibility(), scheduler, arguments, trayAvailable);
+        instance.onReopen = [&delegate] { delegate.applicationShouldHandleReopen(anyWindowVisible()); };
+        QObject::connect(qApp, &QCoreApplication::aboutToQuit, &delegate,
+                         &keyferry::AppDelegate::applicationWillTerminate);
+        QTimer::singleShot(0, &delegate, &keyferry::AppDelegate::applicationDidFinishLaunching);
+        QApplication::exec();
+        instance.onReopen = nullptr;
+    }
+    // The socket's orderly close was queued by the termination steps; give it a moment to leave.
+    platform.finishQueuedWork(std::chrono::milliseconds(500));
 }
 
 } // namespace
@@ -40,26 +79,13 @@ int main(int argc, char* argv[]) {
     QApplication::setDesktopFileName(QStringLiteral("keyferry"));
     // A tray application: closing its window does not end it.
     QApplication::setQuitOnLastWindowClosed(false);
+    const keyferry::TerminationSignals termination([] { QCoreApplication::quit(); });
 
     keyferry::SingleInstance instance;
     if (instance.notifyRunningInstance()) {
         return 0;
     }
     instance.listen();
-
-    keyferry::PlatformPorts platform(serviceTrust());
-    keyferry::QtShellScheduler scheduler;
-    {
-        auto service = keyferry::CompanionService::make(platform.ports(), KEYFERRY_SERVICE_URL, computerName());
-        keyferry::AppDelegate delegate(service, platform.accessibility(), scheduler, QApplication::arguments(),
-                                       QSystemTrayIcon::isSystemTrayAvailable());
-        instance.onReopen = [&delegate] { delegate.applicationShouldHandleReopen(anyWindowVisible()); };
-        QObject::connect(&application, &QCoreApplication::aboutToQuit, &delegate,
-                         &keyferry::AppDelegate::applicationWillTerminate);
-        QTimer::singleShot(0, &delegate, &keyferry::AppDelegate::applicationDidFinishLaunching);
-        QApplication::exec();
-        instance.onReopen = nullptr;
-        platform.finishQueuedWork(std::chrono::milliseconds(500));
-    }
+    runShell(instance);
     return 0;
 }

@@ -51,7 +51,12 @@ pids+=("$plain")
 took=$(wait_for_window 20) || fail "a plain start showed no Keyferry window"
 echo "plain start: window \"Keyferry\" shown within ${took} s"
 kill -0 "$plain" 2>/dev/null || fail "the program exited after showing its window"
-stop "$plain"
+# Asked to terminate (as at logout), it quits in order and exits with status 0.
+kill -TERM "$plain"
+status=0
+wait "$plain" || status=$?
+((status == 0)) || fail "after SIGTERM the program exited with status $status"
+echo "plain start: quit in order on SIGTERM (status 0)"
 for _ in $(seq 50); do
     [[ -z "$(visible_window)" ]] && break
     sleep 0.1
