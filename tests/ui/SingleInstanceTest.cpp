@@ -57,8 +57,11 @@ TEST(SingleInstance, SocketLeftBehindByACrashIsTakenOver) {
     EXPECT_EQ(reopens, 1);
 }
 
-TEST(SingleInstance, DefaultNameIsPerUser) {
+TEST(SingleInstance, DefaultNameLivesInTheUsersRuntimeFolder) {
+    QTemporaryDir runtime;
+    qputenv("XDG_RUNTIME_DIR", runtime.path().toUtf8());
     const QString name = SingleInstance::defaultName();
+    EXPECT_TRUE(name.startsWith(runtime.path() + QStringLiteral("/")));
     EXPECT_TRUE(name.contains(QStringLiteral("com.quillix.companion")));
     EXPECT_TRUE(QFileInfo(name).isAbsolute());
 }
