@@ -317,5 +317,20 @@ TEST_F(CompanionServicePairingTest, StoppingEndsEveryPollWithoutAMessage) {
     EXPECT_TRUE(adding.errors.empty());
 }
 
+TEST_F(CompanionServicePairingTest, AnAnswerAlreadyOnItsWayWhenStoppedStillCompletesThePairingButDoesNotConnect) {
+    firstCodeShown();
+    advance(1.8);
+    service->stop();
+    settle();
+    respond(statusPath, 200, statusReply("active"));
+    EXPECT_TRUE(storeIsPaired());
+    EXPECT_EQ(pairingCompletions, 1);
+    EXPECT_EQ(sockets.taskCount(), 0u);
+    EXPECT_EQ(states.back(), State::waitingForPhone);
+    service->start(); // the next start connects with the new pairing
+    settle();
+    EXPECT_EQ(sockets.taskCount(), 1u);
+}
+
 } // namespace
 } // namespace keyferry::harness
