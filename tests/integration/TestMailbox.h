@@ -1,6 +1,9 @@
 #pragma once
 
-#include <QTest>
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QMetaObject>
+#include <QTimer>
 
 #include <chrono>
 #include <mutex>
@@ -16,6 +19,8 @@ public:
     void put(T value) {
         const std::scoped_lock lock(mutex_);
         values_.push_back(std::move(value));
+        // Wakes the main thread's event loop if it is waiting.
+        QMetaObject::invokeMethod(QCoreApplication::instance(), [] {}, Qt::QueuedConnection);
     }
 
     std::vector<T> values() const {
@@ -30,7 +35,13 @@ public:
 
     // Runs the main event loop until `count` values have arrived or `limit` has passed.
     bool waitFor(std::size_t count, std::chrono::milliseconds limit = std::chrono::seconds(10)) const {
-        return QTest::qWaitFor([&] { return size() >= count; }, static_cast<int>(limit.count()));
+        const QDeadlineTimer deadline(limit);
+        QTimer heartbeat; // bounds each wait, so that the deadline is seen even when nothing happens
+        heartbeat.start(std::chrono::milliseconds(20));
+        while (size() < count && !deadline.hasExpired()) {
+            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+        }
+        return size() >= count;
     }
 
 private:
