@@ -1,6 +1,6 @@
 #include "QtHttpClient.h"
 #include "TestMailbox.h"
-#include "TlsTestServer.h"
+#include "TlsServerTest.h"
 
 #include <gtest/gtest.h>
 
@@ -23,22 +23,8 @@ using testing::TlsTestServer;
 using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
 
-class QtHttpClientTest : public ::testing::Test {
+class QtHttpClientTest : public testing::TlsServerTest {
 protected:
-    static void SetUpTestSuite() {
-        certificates = std::make_unique<TestCertificates>();
-        otherCertificates = std::make_unique<TestCertificates>();
-    }
-    static void TearDownTestSuite() {
-        certificates.reset();
-        otherCertificates.reset();
-    }
-
-    void SetUp() override {
-        ASSERT_TRUE(certificates->ok()) << certificates->error().toStdString();
-        ASSERT_TRUE(server.listen());
-    }
-
     HttpRequest request(const std::string& path) const {
         HttpRequest request;
         request.url = server.baseUrl() + "/" + path;
@@ -67,11 +53,7 @@ protected:
         return {std::move(outcome), Seconds(Clock::now() - started).count()};
     }
 
-    static inline std::unique_ptr<TestCertificates> certificates;
-    static inline std::unique_ptr<TestCertificates> otherCertificates;
-    TlsTestServer server{*certificates};
-    QtSerialQueue queue{"test.network"};
-    QtHttpClient client{queue, QtTrust::systemStoreAnd(certificates->authorityPem().toStdString())};
+    QtHttpClient client{queue, serverTrust()};
     bool completedOnQueue = false;
 };
 

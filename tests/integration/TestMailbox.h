@@ -1,9 +1,9 @@
 #pragma once
 
+#include "TestWait.h"
+
 #include <QCoreApplication>
-#include <QDeadlineTimer>
 #include <QMetaObject>
-#include <QTimer>
 
 #include <chrono>
 #include <mutex>
@@ -35,13 +35,7 @@ public:
 
     // Runs the main event loop until `count` values have arrived or `limit` has passed.
     bool waitFor(std::size_t count, std::chrono::milliseconds limit = std::chrono::seconds(10)) const {
-        const QDeadlineTimer deadline(limit);
-        QTimer heartbeat; // bounds each wait, so that the deadline is seen even when nothing happens
-        heartbeat.start(std::chrono::milliseconds(20));
-        while (size() < count && !deadline.hasExpired()) {
-            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-        }
-        return size() >= count;
+        return waitUntil([&] { return size() >= count; }, limit);
     }
 
 private:
