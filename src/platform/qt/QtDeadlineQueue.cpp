@@ -2,7 +2,7 @@
 
 namespace keyferry {
 
-QtDeadlineQueue::QtDeadlineQueue() {
+QtDeadlineQueue::QtDeadlineQueue(const std::atomic<bool>& stopping) : stopping_(stopping) {
     timer_.setSingleShot(true);
     timer_.setTimerType(Qt::PreciseTimer);
     QObject::connect(&timer_, &QTimer::timeout, &timer_, [this] { runDue(); });
@@ -18,7 +18,7 @@ void QtDeadlineQueue::schedule(TimePoint deadline, std::function<void()> task) {
 
 void QtDeadlineQueue::runDue() {
     // Tasks may schedule more work; the loop re-reads the earliest entry each time.
-    while (!pending_.empty() && pending_.begin()->first <= std::chrono::steady_clock::now()) {
+    while (!stopping_ && !pending_.empty() && pending_.begin()->first <= std::chrono::steady_clock::now()) {
         auto task = std::move(pending_.begin()->second);
         pending_.erase(pending_.begin());
         task();

@@ -2,6 +2,7 @@
 
 #include <QTimer>
 
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <map>
@@ -10,12 +11,13 @@ namespace keyferry {
 
 // Work due at given moments on one serial queue, run in deadline order, first scheduled first among equal
 // deadlines. Created, used and destroyed on the queue's thread only; one precise Qt timer wakes it for the
-// earliest deadline, so a thousand delayed tasks cost one timer. Dropping the queue drops the work.
+// earliest deadline, so a thousand delayed tasks cost one timer. Nothing more runs once `stopping` is set;
+// dropping the queue drops the work.
 class QtDeadlineQueue {
 public:
     using TimePoint = std::chrono::steady_clock::time_point;
 
-    QtDeadlineQueue();
+    explicit QtDeadlineQueue(const std::atomic<bool>& stopping);
 
     void schedule(TimePoint deadline, std::function<void()> task);
 
@@ -23,6 +25,7 @@ private:
     void runDue();
     void arm();
 
+    const std::atomic<bool>& stopping_;
     QTimer timer_;
     std::multimap<TimePoint, std::function<void()>> pending_; // equal keys keep insertion order
 };

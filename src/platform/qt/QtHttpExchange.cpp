@@ -65,8 +65,13 @@ QNetworkRequest QtHttpExchange::networkRequest() const {
 
 void QtHttpExchange::attempt() {
     const auto verb = QByteArray::fromStdString(request_.method);
-    reply_ = request_.body ? manager_.sendCustomRequest(networkRequest(), verb, QByteArray::fromStdString(*request_.body))
-                           : manager_.sendCustomRequest(networkRequest(), verb);
+    if (request_.body) {
+        reply_ = manager_.sendCustomRequest(networkRequest(), verb, QByteArray::fromStdString(*request_.body));
+    } else if (verb == "GET") {
+        reply_ = manager_.get(networkRequest()); // the one form that also serves data: and file: URLs
+    } else {
+        reply_ = manager_.sendCustomRequest(networkRequest(), verb);
+    }
     connect(reply_.data(), &QNetworkReply::finished, this, &QtHttpExchange::attemptFinished);
 }
 

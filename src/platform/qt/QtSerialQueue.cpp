@@ -29,6 +29,8 @@ QtSerialQueue::QtSerialQueue(const std::string& name)
 }
 
 QtSerialQueue::~QtSerialQueue() {
+    // The event loop may still deliver events already taken in hand after quit(): the flag stops them.
+    stopping_ = true;
     thread_->quit();
     thread_->wait();
     context_.reset(); // drops the tasks still posted
@@ -43,7 +45,14 @@ void QtSerialQueue::releaseOnQueueThread() {
 }
 
 void QtSerialQueue::post(std::function<void()> task) {
-    QMetaObject::invokeMethod(context_.get(), std::move(task), Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        context_.get(),
+        [this, task = std::move(task)] {
+            if (!stopping_) {
+                task();
+            }
+        },
+        Qt::QueuedConnection);
 }
 
 std::shared_ptr<WorkItem> QtSerialQueue::postAfter(double seconds, std::function<void()> task) {
@@ -81,7 +90,7 @@ QObject& QtSerialQueue::context() {
 
 QtDeadlineQueue& QtSerialQueue::deadlines() {
     if (!deadlines_) {
-        deadlines_ = std::make_unique<QtDeadlineQueue>();
+        deadlines_ = std::make_unique<QtDeadlineQueue>(stopping_);
     }
     return *deadlines_;
 }

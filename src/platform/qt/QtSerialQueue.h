@@ -6,6 +6,7 @@
 #include <QObject>
 #include <QThread>
 
+#include <atomic>
 #include <memory>
 #include <string>
 
@@ -42,6 +43,7 @@ private:
     std::unique_ptr<QThread> thread_;
     std::unique_ptr<QObject> context_;
     std::unique_ptr<QtDeadlineQueue> deadlines_; // made and used on the queue's thread only
+    std::atomic<bool> stopping_{false};
 };
 
 } // namespace keyferry

@@ -21,8 +21,11 @@ void retire(QWebSocket& socket, std::chrono::milliseconds grace) {
         return;
     }
     QObject::connect(&socket, &QWebSocket::disconnected, &socket, &QObject::deleteLater);
+    const auto goAway = [&socket] { socket.close(QWebSocketProtocol::CloseCodeGoingAway); };
     if (socket.state() == QAbstractSocket::ConnectedState) {
-        socket.close(QWebSocketProtocol::CloseCodeGoingAway);
+        goAway();
+    } else {
+        QObject::connect(&socket, &QWebSocket::connected, &socket, goAway);
     }
     QTimer::singleShot(grace, &socket, [&socket] {
         socket.abort();
