@@ -1,0 +1,20 @@
+# Linux adapters against real peers: Xvfb with XTest and two real receiving clients, the Secret Service of
+# gnome-keyring inside a private D-Bus session. Every test starts and stops what it needs.
+find_package(Qt6 REQUIRED COMPONENTS Widgets)
+
+add_library(keyferry_linux_test_support STATIC
+    ${CMAKE_CURRENT_LIST_DIR}/HelperProcess.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/XvfbDisplay.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/MixedSampleText.cpp
+)
+target_include_directories(keyferry_linux_test_support PUBLIC ${CMAKE_CURRENT_LIST_DIR})
+keyferry_compile_options(keyferry_linux_test_support)
+
+add_executable(keyferry-xlib-receiver ${CMAKE_CURRENT_LIST_DIR}/XlibTextReceiver.cpp)
+target_link_libraries(keyferry-xlib-receiver PRIVATE PkgConfig::KEYFERRY_X11)
+keyferry_compile_options(keyferry-xlib-receiver)
+
+add_executable(keyferry-qt-receiver ${CMAKE_CURRENT_LIST_DIR}/QtTextReceiver.cpp)
+target_link_libraries(keyferry-qt-receiver PRIVATE Qt6::Widgets)
+target_compile_definitions(keyferry-qt-receiver PRIVATE QT_NO_KEYWORDS QT_NO_CAST_FROM_ASCII QT_NO_URL_CAST_FROM_STRING)
+keyferry_compile_options(keyferry-qt-receiver)
