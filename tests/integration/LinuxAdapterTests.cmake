@@ -18,3 +18,13 @@ add_executable(keyferry-qt-receiver ${CMAKE_CURRENT_LIST_DIR}/QtTextReceiver.cpp
 target_link_libraries(keyferry-qt-receiver PRIVATE Qt6::Widgets)
 target_compile_definitions(keyferry-qt-receiver PRIVATE QT_NO_KEYWORDS QT_NO_CAST_FROM_ASCII QT_NO_URL_CAST_FROM_STRING)
 keyferry_compile_options(keyferry-qt-receiver)
+
+keyferry_test(keyferry_xtest_typing_tests integration
+    SOURCES ${CMAKE_CURRENT_LIST_DIR}/XTestTypingTest.cpp
+    LIBRARIES keyferry_linux keyferry_core keyferry_linux_test_support PkgConfig::KEYFERRY_X11
+    TIMEOUT 240)
+target_compile_definitions(keyferry_xtest_typing_tests PRIVATE
+    KEYFERRY_XLIB_RECEIVER="$<TARGET_FILE:keyferry-xlib-receiver>"
+    KEYFERRY_QT_RECEIVER="$<TARGET_FILE:keyferry-qt-receiver>"
+    KEYFERRY_TYPE_TOOL="$<TARGET_FILE:keyferry-type>")
+add_dependencies(keyferry_xtest_typing_tests keyferry-xlib-receiver keyferry-qt-receiver keyferry-type)
