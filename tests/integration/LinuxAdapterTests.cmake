@@ -6,6 +6,7 @@ add_library(keyferry_linux_test_support STATIC
     ${CMAKE_CURRENT_LIST_DIR}/HelperProcess.cpp
     ${CMAKE_CURRENT_LIST_DIR}/XvfbDisplay.cpp
     ${CMAKE_CURRENT_LIST_DIR}/MixedSampleText.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/PrivateSessionBus.cpp
 )
 target_include_directories(keyferry_linux_test_support PUBLIC ${CMAKE_CURRENT_LIST_DIR})
 keyferry_compile_options(keyferry_linux_test_support)
@@ -28,3 +29,15 @@ target_compile_definitions(keyferry_xtest_typing_tests PRIVATE
     KEYFERRY_QT_RECEIVER="$<TARGET_FILE:keyferry-qt-receiver>"
     KEYFERRY_TYPE_TOOL="$<TARGET_FILE:keyferry-type>")
 add_dependencies(keyferry_xtest_typing_tests keyferry-xlib-receiver keyferry-qt-receiver keyferry-type)
+
+add_executable(keyferry-silent-secret-service ${CMAKE_CURRENT_LIST_DIR}/SilentSecretService.cpp)
+target_link_libraries(keyferry-silent-secret-service PRIVATE PkgConfig::KEYFERRY_SECRET)
+keyferry_compile_options(keyferry-silent-secret-service)
+
+keyferry_test(keyferry_secret_service_tests integration
+    SOURCES ${CMAKE_CURRENT_LIST_DIR}/SecretServiceBackendTest.cpp
+    LIBRARIES keyferry_linux keyferry_core keyferry_linux_test_support PkgConfig::KEYFERRY_SECRET
+    TIMEOUT 60)
+target_compile_definitions(keyferry_secret_service_tests PRIVATE
+    KEYFERRY_SILENT_SECRET_SERVICE="$<TARGET_FILE:keyferry-silent-secret-service>")
+add_dependencies(keyferry_secret_service_tests keyferry-silent-secret-service)
