@@ -4,69 +4,66 @@
 
 namespace keyferry {
 
-SpareKeycodePool::SpareKeycodePool(std::vector<unsigned> keycodes, std::chrono::steady_clock::duration guard)
+SpareKeycodePool::SpareKeycodePool(const std::vector<unsigned>& keycodes, std::chrono::steady_clock::duration guard)
     : reuseGuard(guard) {
-    slots.reserve(keycodes.size());
     for (const unsigned keycode : keycodes) {
         slots.push_back(Slot{keycode, std::nullopt, std::nullopt});
     }
 }
 
+SpareKeycodePool::Slot* SpareKeycodePool::slotOn(unsigned keycode) {
+    const auto found = std::find_if(slots.begin(), slots.end(), [&](const Slot& slot) { return slot.keycode == keycode; });
+    return found == slots.end() ? nullptr : &*found;
+}
+
+const SpareKeycodePool::Slot* SpareKeycodePool::slotOn(unsigned keycode) const {
+    return const_cast<SpareKeycodePool*>(this)->slotOn(keycode);
+}
+
 std::optional<unsigned> SpareKeycodePool::keycodeFor(unsigned long keysym) const {
     const auto found = std::find_if(slots.begin(), slots.end(), [&](const Slot& slot) { return slot.keysym == keysym; });
-    if (found == slots.end()) {
-        return std::nullopt;
-    }
-    return found->keycode;
+    return found == slots.end() ? std::nullopt : std::optional<unsigned>(found->keycode);
 }
 
 std::optional<unsigned long> SpareKeycodePool::keysymOn(unsigned keycode) const {
-    const auto found = std::find_if(slots.begin(), slots.end(), [&](const Slot& slot) { return slot.keycode == keycode; });
-    if (found == slots.end()) {
-        return std::nullopt;
-    }
-    return found->keysym;
+    const Slot* slot = slotOn(keycode);
+    return slot == nullptr ? std::nullopt : slot->keysym;
 }
 
-bool SpareKeycodePool::isIdle(const Slot& slot, TimePoint now) const {
-    return !slot.typedAt || now >= *slot.typedAt + reuseGuard;
+SpareKeycodePool::TimePoint SpareKeycodePool::freeFrom(const Slot& slot) const {
+    return slot.readBy ? *slot.readBy + reuseGuard : TimePoint{};
 }
 
-SpareKeycodePool::TimePoint SpareKeycodePool::idleFrom(const Slot& slot) const {
-    return slot.typedAt ? *slot.typedAt + reuseGuard : TimePoint{};
-}
-
-std::vector<SpareKeycodePool::Binding> SpareKeycodePool::bind(const std::vector<unsigned long>& keysyms,
-                                                              const std::unordered_set<unsigned long>& protectedKeysyms,
-                                                              TimePoint now) {
+std::vector<unsigned> SpareKeycodePool::bind(const std::vector<unsigned long>& keysyms,
+                                             const std::unordered_set<unsigned long>& protectedKeysyms, TimePoint now) {
     std::vector<Slot*> candidates;
     for (Slot& slot : slots) {
         const bool isProtected = slot.keysym && protectedKeysyms.contains(*slot.keysym);
-        if (!isProtected && isIdle(slot, now)) {
+        if (!isProtected && now >= freeFrom(slot)) {
             candidates.push_back(&slot);
         }
     }
-    // Never-typed keycodes first, then the least recently typed; ties in keycode order, so that a fresh
-    // pool is bound in few contiguous runs.
-    std::stable_sort(candidates.begin(), candidates.end(), [](const Slot* left, const Slot* right) {
-        return left->typedAt.value_or(TimePoint{}) < right->typedAt.value_or(TimePoint{});
+    // Never-typed slots first, then the least recently typed; ties in keycode order, so that a fresh pool is
+    // bound in few contiguous runs.
+    std::stable_sort(candidates.begin(), candidates.end(), [this](const Slot* left, const Slot* right) {
+        return freeFrom(*left) < freeFrom(*right);
     });
-    std::vector<Binding> bindings;
+    std::vector<unsigned> changed;
     for (std::size_t index = 0; index < keysyms.size() && index < candidates.size(); ++index) {
         candidates[index]->keysym = keysyms[index];
-        bindings.push_back(Binding{candidates[index]->keycode, keysyms[index]});
+        changed.push_back(candidates[index]->keycode);
     }
-    return bindings;
+    return changed;
 }
 
 std::optional<SpareKeycodePool::TimePoint>
-SpareKeycodePool::nextIdle(const std::unordered_set<unsigned long>& protectedKeysyms) const {
+SpareKeycodePool::nextFree(const std::unordered_set<unsigned long>& protectedKeysyms) const {
     std::optional<TimePoint> earliest;
     for (const Slot& slot : slots) {
         if (slot.keysym && protectedKeysyms.contains(*slot.keysym)) {
             continue;
         }
-        const TimePoint from = idleFrom(slot);
+        const TimePoint from = freeFrom(slot);
         if (!earliest || from < *earliest) {
             earliest = from;
         }
@@ -74,11 +71,9 @@ SpareKeycodePool::nextIdle(const std::unordered_set<unsigned long>& protectedKey
     return earliest;
 }
 
-void SpareKeycodePool::markTyped(unsigned keycode, TimePoint when) {
-    for (Slot& slot : slots) {
-        if (slot.keycode == keycode) {
-            slot.typedAt = when;
-        }
+void SpareKeycodePool::markTyped(unsigned keycode, TimePoint readBy) {
+    if (Slot* slot = slotOn(keycode)) {
+        slot->readBy = std::max(slot->readBy.value_or(readBy), readBy);
     }
 }
 
@@ -86,24 +81,24 @@ bool SpareKeycodePool::hasBindings() const {
     return std::any_of(slots.begin(), slots.end(), [](const Slot& slot) { return slot.keysym.has_value(); });
 }
 
-std::optional<SpareKeycodePool::TimePoint> SpareKeycodePool::lastTyped() const {
+std::optional<SpareKeycodePool::TimePoint> SpareKeycodePool::lastReadBy() const {
     std::optional<TimePoint> latest;
     for (const Slot& slot : slots) {
-        if (slot.typedAt && (!latest || *slot.typedAt > *latest)) {
-            latest = slot.typedAt;
+        if (slot.readBy && (!latest || *slot.readBy > *latest)) {
+            latest = slot.readBy;
         }
     }
     return latest;
 }
 
 std::vector<unsigned> SpareKeycodePool::boundKeycodes() const {
-    std::vector<unsigned> keycodes;
+    std::vector<unsigned> bound;
     for (const Slot& slot : slots) {
         if (slot.keysym) {
-            keycodes.push_back(slot.keycode);
+            bound.push_back(slot.keycode);
         }
     }
-    return keycodes;
+    return bound;
 }
 
 void SpareKeycodePool::forgetBindings() {
@@ -112,8 +107,6 @@ void SpareKeycodePool::forgetBindings() {
     }
 }
 
-bool SpareKeycodePool::isSpare(unsigned keycode) const {
-    return std::any_of(slots.begin(), slots.end(), [&](const Slot& slot) { return slot.keycode == keycode; });
-}
+bool SpareKeycodePool::isSpare(unsigned keycode) const { return slotOn(keycode) != nullptr; }
 
 } // namespace keyferry

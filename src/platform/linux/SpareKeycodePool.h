@@ -9,42 +9,38 @@
 namespace keyferry {
 
 // The bookkeeping of the keycodes Keyferry borrows to type characters the keyboard layout lacks: which
-// keysym each one carries, when it was last typed, and which one may be rebound next. It touches no X
-// connection; its owner applies the bindings it chooses. Owned by one XTestKeyboardPoster, used under its
-// lock only.
+// keysym each one carries, until when a client may still be reading it, and which one may be rebound next.
+// It touches no X connection; its owner applies the bindings it chooses. Owned by one X11KeyboardSession,
+// used under its owner's lock only.
 //
 // A receiving client translates a key event with the keymap it holds when it processes the event, so a
-// keycode is only rebound after it has been idle for `reuseGuard`; among idle keycodes the least recently
-// used goes first, which keeps the characters of a text in one language bound while it is typed.
+// keycode is rebound only `reuseGuard` after the moment its last key is expected to have been read; among such
+// keycodes the least recently used goes first, which keeps the characters of a text bound while it is typed.
 class SpareKeycodePool {
 public:
     using TimePoint = std::chrono::steady_clock::time_point;
 
-    struct Binding {
-        unsigned keycode = 0;
-        unsigned long keysym = 0;
-    };
-
-    SpareKeycodePool(std::vector<unsigned> keycodes, std::chrono::steady_clock::duration reuseGuard);
+    SpareKeycodePool(const std::vector<unsigned>& keycodes, std::chrono::steady_clock::duration reuseGuard);
 
     std::size_t size() const { return slots.size(); }
     std::optional<unsigned> keycodeFor(unsigned long keysym) const;
     std::optional<unsigned long> keysymOn(unsigned keycode) const;
 
-    // Binds as many of `keysyms` (none bound yet) as idle keycodes allow at `now`, in order, never taking
-    // a keycode that carries one of `protectedKeysyms`. Returns the new bindings; the caller must apply them.
-    std::vector<Binding> bind(const std::vector<unsigned long>& keysyms,
-                              const std::unordered_set<unsigned long>& protectedKeysyms, TimePoint now);
+    // Binds as many of `keysyms` (none bound yet) as free keycodes allow at `now`, in order, never taking one
+    // that carries one of `protectedKeysyms`. Returns the keycodes changed; the caller must apply them.
+    std::vector<unsigned> bind(const std::vector<unsigned long>& keysyms,
+                               const std::unordered_set<unsigned long>& protectedKeysyms, TimePoint now);
 
-    // When the next keycode not carrying one of `protectedKeysyms` becomes idle; none when there is no such keycode.
-    std::optional<TimePoint> nextIdle(const std::unordered_set<unsigned long>& protectedKeysyms) const;
+    // When the next keycode not carrying one of `protectedKeysyms` becomes free; none when there is none.
+    std::optional<TimePoint> nextFree(const std::unordered_set<unsigned long>& protectedKeysyms) const;
 
-    void markTyped(unsigned keycode, TimePoint when);
+    // Records that the keycode's last key is expected to have been read by every client at `readBy`.
+    void markTyped(unsigned keycode, TimePoint readBy);
 
     bool hasBindings() const;
-    std::optional<TimePoint> lastTyped() const;
+    std::optional<TimePoint> lastReadBy() const;
 
-    // The keycodes currently bound (to be restored), and forgetting them once restored.
+    // The keycodes currently carrying bindings (to be restored), and forgetting them once restored.
     std::vector<unsigned> boundKeycodes() const;
     void forgetBindings();
 
@@ -54,11 +50,12 @@ private:
     struct Slot {
         unsigned keycode = 0;
         std::optional<unsigned long> keysym;
-        std::optional<TimePoint> typedAt;
+        std::optional<TimePoint> readBy;
     };
 
-    bool isIdle(const Slot& slot, TimePoint now) const;
-    TimePoint idleFrom(const Slot& slot) const;
+    Slot* slotOn(unsigned keycode);
+    const Slot* slotOn(unsigned keycode) const;
+    TimePoint freeFrom(const Slot& slot) const;
 
     std::vector<Slot> slots;
     std::chrono::steady_clock::duration reuseGuard;

@@ -88,7 +88,6 @@ bool X11KeyboardSession::connect() {
     }
     const unsigned long mapEvents = XkbNewKeyboardNotifyMask | XkbMapNotifyMask;
     XkbSelectEvents(display, XkbUseCoreKbd, mapEvents, mapEvents);
-    syncTestDeviceKeymap();
     if (!loadKeymap()) {
         disconnect();
         return false;
@@ -105,21 +104,8 @@ void X11KeyboardSession::disconnect() {
     pool.reset();
 }
 
-// XTest events come from their own input device, which may still carry the server's default keymap while
-// the user's keyboard carries another layout; writing the core keyboard's map back once gives every
-// device of the keyboard the same map, so the keycodes chosen here type what the layout says.
-void X11KeyboardSession::syncTestDeviceKeymap() {
-    XkbDescPtr desc = XkbGetMap(display, XkbAllMapComponentsMask, XkbUseCoreKbd);
-    if (desc == nullptr) {
-        return;
-    }
-    XkbSetMap(display, XkbAllMapComponentsMask, desc);
-    XkbFreeKeyboard(desc, 0, True);
-    discardOwnNotifications();
-}
-
 bool X11KeyboardSession::loadKeymap() {
-    const auto previousUse = pool ? pool->lastTyped() : std::nullopt;
+    const auto previousUse = pool ? pool->lastReadBy() : std::nullopt;
     keymap = X11Keymap::load(display);
     if (!keymap) {
         pool.reset();
@@ -211,26 +197,22 @@ bool X11KeyboardSession::bindFor(std::u32string_view remaining, int group) {
     if (needed.empty()) {
         return true;
     }
-    auto bindings = pool->bind(needed, bound, std::chrono::steady_clock::now());
-    if (bindings.empty()) {
-        auto idle = pool->nextIdle(bound);
-        if (!idle) {
-            // Every spare keycode carries a character still to come: free one anyway; the rest is rebound later.
+    auto keycodes = pool->bind(needed, bound, std::chrono::steady_clock::now());
+    if (keycodes.empty()) {
+        auto free = pool->nextFree(bound);
+        if (!free) {
+            // Every slot carries a character still to come: free one anyway; the rest is rebound later.
             bound.clear();
-            idle = pool->nextIdle(bound);
+            free = pool->nextFree(bound);
         }
-        if (!idle) {
+        if (!free) {
             return false;
         }
-        std::this_thread::sleep_until(*idle);
-        bindings = pool->bind(needed, bound, std::chrono::steady_clock::now());
+        std::this_thread::sleep_until(*free);
+        keycodes = pool->bind(needed, bound, std::chrono::steady_clock::now());
     }
-    if (bindings.empty()) {
+    if (keycodes.empty()) {
         return false;
-    }
-    std::vector<unsigned> keycodes;
-    for (const auto& binding : bindings) {
-        keycodes.push_back(binding.keycode);
     }
     if (!writeSpareKeycodes(std::move(keycodes))) {
         return false;
@@ -256,7 +238,9 @@ std::optional<KeyStroke> X11KeyboardSession::strokeFor(char32_t character, int g
 bool X11KeyboardSession::pressKeys(std::u32string_view text, std::size_t& position, int group) {
     const auto shiftKeycode = keymap->shiftKeycode();
     bool shiftDown = false;
-    std::vector<unsigned> spareUsed;
+    const auto now = std::chrono::steady_clock::now();
+    // Where the slowest client would be in its queue: each key press takes it one interval.
+    const auto pressed = [&] { slowestReader = std::max(slowestReader, now) + timing.slowestKeyInterval; };
     for (; position < text.size(); ++position) {
         const auto stroke = strokeFor(text[position], group);
         if (!stroke) {
@@ -265,21 +249,22 @@ bool X11KeyboardSession::pressKeys(std::u32string_view text, std::size_t& positi
         if (stroke->shift != shiftDown && shiftKeycode) {
             XTestFakeKeyEvent(display, *shiftKeycode, stroke->shift ? True : False, CurrentTime);
             shiftDown = stroke->shift;
+            if (shiftDown) {
+                pressed();
+            }
         }
         XTestFakeKeyEvent(display, stroke->keycode, True, CurrentTime);
         XTestFakeKeyEvent(display, stroke->keycode, False, CurrentTime);
+        pressed();
         if (pool->isSpare(stroke->keycode)) {
-            spareUsed.push_back(stroke->keycode);
+            pool->markTyped(stroke->keycode, slowestReader);
         }
     }
     if (shiftDown) {
         XTestFakeKeyEvent(display, *shiftKeycode, False, CurrentTime);
     }
     XSync(display, False);
-    const auto now = std::chrono::steady_clock::now();
-    for (const unsigned keycode : spareUsed) {
-        pool->markTyped(keycode, now);
-    }
+    sentAt = std::chrono::steady_clock::now();
     return !connectionLost.load();
 }
 
@@ -323,9 +308,12 @@ void X11KeyboardSession::restoreModifiers(const ModifierState& state) {
     }
 }
 
+// A borrowed keycode carries its character on every level and group, so that neither Shift, Caps Lock nor the
+// layout group can change it (a single symbol would be read as a lower/upper-case pair), and so that its key
+// type keeps one level: Xlib clients update their copy of the keymap key by key and were measured misreading
+// keys whose levels changed between bindings. Keycodes given back get their original symbols.
 std::vector<unsigned long> X11KeyboardSession::intendedSymbols(unsigned keycode) const {
     if (const auto keysym = pool->keysymOn(keycode)) {
-        // The same keysym on every level and group: Shift, Caps Lock or the layout group cannot change it.
         return std::vector<unsigned long>(static_cast<std::size_t>(keymap->symbolsPerKeycode()), *keysym);
     }
     return keymap->originalSymbols(keycode);
@@ -374,8 +362,8 @@ void X11KeyboardSession::restoreSpareKeycodes() {
 
 bool X11KeyboardSession::hasBindings() const { return pool && pool->hasBindings(); }
 
-std::optional<std::chrono::steady_clock::time_point> X11KeyboardSession::lastTyped() const {
-    return pool ? pool->lastTyped() : std::nullopt;
+std::optional<std::chrono::steady_clock::time_point> X11KeyboardSession::lastReadBy() const {
+    return pool ? pool->lastReadBy() : std::nullopt;
 }
 
 } // namespace keyferry

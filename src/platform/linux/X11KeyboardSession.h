@@ -23,6 +23,8 @@ public:
     struct Timing {
         std::chrono::steady_clock::duration settle;
         std::chrono::steady_clock::duration reuseGuard;
+        // The slowest client typing stays exact for: one that handles one key per this interval.
+        std::chrono::steady_clock::duration slowestKeyInterval;
     };
 
     explicit X11KeyboardSession(Timing timing);
@@ -38,8 +40,10 @@ public:
     void restoreSpareKeycodes();
 
     bool hasBindings() const;
-    std::optional<std::chrono::steady_clock::time_point> lastTyped() const;
-    std::chrono::steady_clock::duration reuseGuard() const { return timing.reuseGuard; }
+    // When the slowest client is expected to have read the last borrowed key typed.
+    std::optional<std::chrono::steady_clock::time_point> lastReadBy() const;
+    // When the last key was sent.
+    std::optional<std::chrono::steady_clock::time_point> lastSent() const { return sentAt; }
 
 private:
     // What the user's own modifiers were, so the text is typed without them and they are put back after.
@@ -53,7 +57,6 @@ private:
     void disconnect();
     bool loadKeymap();
     bool keymapChangedElsewhere();
-    void syncTestDeviceKeymap();
     void discardOwnNotifications();
 
     ModifierState clearModifiers();
@@ -72,6 +75,8 @@ private:
     int xkbEventBase = 0;
     std::optional<X11Keymap> keymap;
     std::optional<SpareKeycodePool> pool;
+    std::chrono::steady_clock::time_point slowestReader;
+    std::optional<std::chrono::steady_clock::time_point> sentAt;
 };
 
 } // namespace keyferry

@@ -38,16 +38,19 @@ XTestKeyboardPoster::XTestKeyboardPoster() : XTestKeyboardPoster(Timing{}) {}
 
 XTestKeyboardPoster::XTestKeyboardPoster(Timing posterTiming)
     : timing(posterTiming),
-      session(std::make_unique<X11KeyboardSession>(X11KeyboardSession::Timing{timing.settle, timing.reuseGuard})),
+      session(std::make_unique<X11KeyboardSession>(
+          X11KeyboardSession::Timing{timing.settle, timing.reuseGuard, timing.slowestKeyInterval})),
       restorer([this](const std::stop_token& stop) { restoreWhenIdle(stop); }) {}
 
 XTestKeyboardPoster::~XTestKeyboardPoster() {
     restorer.request_stop();
     restorer.join();
     const std::lock_guard lock(mutex);
-    if (const auto last = session->lastTyped(); last && session->hasBindings()) {
-        // The last keys may still be on their way to a client; give them the same grace as a rebind.
-        std::this_thread::sleep_until(*last + timing.reuseGuard);
+    const auto readBy = session->lastReadBy();
+    const auto sent = session->lastSent();
+    if (readBy && sent && session->hasBindings()) {
+        // The last keys may still be waiting in a client's queue; give them the grace of a rebind, within limits.
+        std::this_thread::sleep_until(std::min(*readBy + timing.reuseGuard, *sent + timing.restoreAfter));
     }
     session.reset();
 }
@@ -69,10 +72,10 @@ void XTestKeyboardPoster::restoreWhenIdle(const std::stop_token& stop) {
         if (!typedSomething.wait(lock, stop, [this] { return session->hasBindings(); })) {
             return;
         }
-        const auto last = session->lastTyped();
+        const auto last = session->lastReadBy();
         const auto due = last.value_or(std::chrono::steady_clock::now()) + timing.restoreAfter;
         const bool typedAgain =
-            typedSomething.wait_until(lock, stop, due, [this, last] { return session->lastTyped() != last; });
+            typedSomething.wait_until(lock, stop, due, [this, last] { return session->lastReadBy() != last; });
         if (!typedAgain && !stop.stop_requested() && session->hasBindings()) {
             session->restoreSpareKeycodes();
         }
