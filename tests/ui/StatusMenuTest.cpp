@@ -3,10 +3,12 @@
 #include "ShellHarness.h"
 
 #include <QAction>
+#include <QCoreApplication>
 #include <QKeySequence>
 #include <QMenu>
 #include <QPushButton>
 #include <QSystemTrayIcon>
+#include <QTimer>
 #include <QVBoxLayout>
 
 #include <gtest/gtest.h>
@@ -60,6 +62,24 @@ TEST_F(StatusMenuTest, TrayItemCarriesTheSymbolAndTheMenu) {
     EXPECT_FALSE(delegate.statusItem()->icon().isNull());
     EXPECT_EQ(delegate.statusItem()->toolTip(), QStringLiteral("Keyferry"));
     EXPECT_EQ(delegate.statusItem()->contextMenu(), delegate.statusMenu());
+}
+
+TEST_F(StatusMenuTest, APlainClickOnTheTrayItemOpensTheMenu) {
+    AppDelegate& delegate = shell.launch({QStringLiteral("--background")});
+    Q_EMIT delegate.statusItem()->activated(QSystemTrayIcon::Trigger);
+    EXPECT_TRUE(delegate.statusMenu()->isVisible());
+    delegate.statusMenu()->hide();
+}
+
+TEST_F(StatusMenuTest, QuitKeyferryEndsTheEventLoop) {
+    AppDelegate& delegate = shell.launch({QStringLiteral("--background")});
+    QAction* quit = delegate.statusMenu()->actions().at(8);
+    QTimer::singleShot(0, quit, &QAction::trigger);
+    QTimer safety; // ends the loop only if quitting failed
+    safety.setSingleShot(true);
+    QObject::connect(&safety, &QTimer::timeout, [] { QCoreApplication::exit(1); });
+    safety.start(5000);
+    EXPECT_EQ(QCoreApplication::exec(), 0);
 }
 
 TEST_F(StatusMenuTest, StateLineReadsNotPairedBeforeTheFirstReport) {
