@@ -133,8 +133,11 @@ void AppDelegate::configureStatusItem() {
 #if defined(__APPLE__)
     trayIcon->setIcon(Symbols::templateIcon(QStringLiteral("waveform.and.mic")));
 #else
-    // Tray hosts here do not recolour icons: draw the symbol in the desktop's text colour.
-    trayIcon->setIcon(Symbols::icon(QStringLiteral("waveform.and.mic"), SystemColors::label()));
+    // Tray hosts here seldom recolour icons: draw the symbol in the desktop's text colour, still marked
+    // as a mask for those that do.
+    QIcon symbol = Symbols::icon(QStringLiteral("waveform.and.mic"), SystemColors::label());
+    symbol.setIsMask(true);
+    trayIcon->setIcon(symbol);
 #endif
     trayIcon->setToolTip(QStringLiteral("Keyferry"));
     trayIcon->setContextMenu(menu.get());
