@@ -24,6 +24,7 @@ keyferry_test(keyferry_qt_adapter_tests integration
         ${CMAKE_CURRENT_LIST_DIR}/QtHttpClientTest.cpp
         ${CMAKE_CURRENT_LIST_DIR}/QtWebSocketTaskTest.cpp
         ${CMAKE_CURRENT_LIST_DIR}/QtSettingsDefaultsTest.cpp
+        ${CMAKE_CURRENT_LIST_DIR}/QtSystemClockTest.cpp
     LIBRARIES keyferry_qt keyferry_tls_test_server Qt6::Test)
 
 # The whole CompanionService over the Qt adapters; the fakes stand in for secrets, keyboard and permission.

@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <numeric>
 #include <chrono>
+#include <cmath>
+#include <limits>
 #include <cstdio>
 #include <string>
 #include <thread>
@@ -117,6 +119,17 @@ TEST(QtSerialQueueTest, DelayedTaskRunsEvenWhenItsItemIsNotKept) {
     TestMailbox<int> ran;
     queue.postAfter(0.02, [&] { ran.put(1); });
     EXPECT_TRUE(ran.waitFor(1));
+}
+
+TEST(QtSerialQueueTest, NegativeAndMeaninglessDelaysRunAsSoonAsPossible) {
+    QtSerialQueue queue("test.queue");
+    TestMailbox<std::string> ran;
+    queue.postAfter(-1, [&] { ran.put("negative"); });
+    queue.postAfter(std::nan(""), [&] { ran.put("not a number"); });
+    queue.postAfter(0, [&] { ran.put("zero"); });
+    queue.postAfter(std::numeric_limits<double>::infinity(), [&] { ran.put("never in this test"); });
+    ASSERT_TRUE(ran.waitFor(3));
+    EXPECT_EQ(ran.values(), (std::vector<std::string>{"negative", "not a number", "zero"}));
 }
 
 TEST(QtSerialQueueTest, RepeatingTimerTicksOnScheduleWithoutDrift) {
