@@ -32,4 +32,5 @@ keyferry_test(keyferry_qt_service_tests integration
     SOURCES
         ${CMAKE_CURRENT_LIST_DIR}/QtTestMain.cpp
         ${CMAKE_CURRENT_LIST_DIR}/QtCompanionServiceTest.cpp
-    LIBRARIES keyferry_qt keyferry_tls_test_server keyferry_fakes Qt6::Test)
+    LIBRARIES keyferry_qt keyferry_tls_test_server keyferry_fakes Qt6::Test
+    TIMEOUT 180)

@@ -100,6 +100,21 @@ TEST_F(QtHttpClientTest, GetSendsNoBody) {
     EXPECT_TRUE(server.requests()[0].body.isEmpty());
 }
 
+TEST_F(QtHttpClientTest, PostWithoutBodySaysItsBodyIsEmpty) {
+    server.setHandler([](const TestHttpRequest&) { return TestHttpReply::json(200, "{}"); });
+    auto post = request("v1/computers/pair/code");
+    post.method = "POST";
+    post.headers = {{"Authorization", "Bearer token-1"}};
+
+    const auto outcome = exchange(client, post);
+
+    ASSERT_TRUE(std::holds_alternative<HttpResponse>(outcome));
+    ASSERT_EQ(server.requests().size(), 1);
+    EXPECT_EQ(server.requests()[0].method, "POST");
+    EXPECT_EQ(server.requests()[0].header("Content-Length"), "0"); // servers may refuse a POST without a length
+    EXPECT_TRUE(server.requests()[0].header("Content-Type").isNull());
+}
+
 TEST_F(QtHttpClientTest, ErrorStatusesAreResponsesWithTheirBodies) {
     for (const int status : {401, 404, 500, 503}) {
         server.setHandler([status](const TestHttpRequest&) {

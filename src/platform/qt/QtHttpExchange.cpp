@@ -71,7 +71,9 @@ void QtHttpExchange::attempt() {
     } else if (verb == "GET") {
         reply_ = manager_.get(networkRequest()); // the one form that also serves data: and file: URLs
     } else {
-        reply_ = manager_.sendCustomRequest(networkRequest(), verb);
+        // An empty body rather than none, so that a POST says "Content-Length: 0": some servers refuse a
+        // POST without a length.
+        reply_ = manager_.sendCustomRequest(networkRequest(), verb, QByteArray());
     }
     connect(reply_.data(), &QNetworkReply::finished, this, &QtHttpExchange::attemptFinished);
 }
