@@ -25,6 +25,7 @@ keyferry_test(keyferry_qt_adapter_tests integration
         ${CMAKE_CURRENT_LIST_DIR}/QtWebSocketTaskTest.cpp
         ${CMAKE_CURRENT_LIST_DIR}/QtSettingsDefaultsTest.cpp
         ${CMAKE_CURRENT_LIST_DIR}/QtSystemClockTest.cpp
+        ${CMAKE_CURRENT_LIST_DIR}/QtTrustTest.cpp
     LIBRARIES keyferry_qt keyferry_tls_test_server Qt6::Test)
 
 # The whole CompanionService over the Qt adapters; the fakes stand in for secrets, keyboard and permission.
