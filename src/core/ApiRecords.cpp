@@ -32,14 +32,6 @@ PairedPhone readPhone(JsonReader& reader) {
     };
 }
 
-// Serialises a request body; nothing when a text is not valid UTF-8 (JSON cannot carry it).
-std::optional<std::string> compactJson(const nlohmann::json& body) {
-    try {
-        return body.dump();
-    } catch (const nlohmann::json::exception&) {
-        return std::nullopt;
-    }
-}
 
 } // namespace
 
@@ -94,14 +86,6 @@ std::optional<PairedPhonesResponse> PairedPhonesResponse::decode(std::string_vie
 std::optional<RemovePhoneResponse> RemovePhoneResponse::decode(std::string_view json) {
     return decodeObject<RemovePhoneResponse>(
         json, [](JsonReader& reader) { return RemovePhoneResponse{.removed = reader.requiredBoolean("removed")}; });
-}
-
-std::optional<std::string> pairStartBody(std::string_view computerName, std::string_view platform) {
-    return compactJson({{"name", computerName}, {"platform", platform}});
-}
-
-std::optional<std::string> removePhoneBody(std::string_view pairingId) {
-    return compactJson({{"pairingId", pairingId}});
 }
 
 } // namespace keyferry

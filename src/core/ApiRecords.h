@@ -60,8 +60,4 @@ struct RemovePhoneResponse {
     static std::optional<RemovePhoneResponse> decode(std::string_view json);
 };
 
-// Request bodies, as compact JSON objects; nothing when a text is not valid UTF-8 and so cannot be written.
-std::optional<std::string> pairStartBody(std::string_view computerName, std::string_view platform);
-std::optional<std::string> removePhoneBody(std::string_view pairingId);
-
 } // namespace keyferry

@@ -48,6 +48,8 @@ struct CompanionServicePorts {
 // Public operations may be called from any thread and only enqueue work on the service's serial queue;
 // every field is read and written on that queue only. Callbacks are set on the main thread and always
 // run there, asynchronously, in the order the service produced them; an unset callback drops its report.
+// Failures never throw: the user learns of them only through onError's one line of text. stop() is the
+// orderly shutdown; destroying the service sends nothing, and work still queued for it is dropped.
 class CompanionService : public std::enable_shared_from_this<CompanionService> {
 public:
     using PairCodeExpiry = std::chrono::system_clock::time_point;

@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <chrono>
 #include <utility>
 
 namespace keyferry {
@@ -13,6 +14,20 @@ namespace {
 constexpr double pollInterval = 1.8;
 constexpr const char* codeExpiredText = "The pairing code expired. Create a new code and try again.";
 constexpr const char* credentialRejectedText = "The pairing credential is no longer valid.";
+
+// The reply's milliseconds as a point in time. A time the clock type cannot hold (about 292 years either side
+// of 1970) is pinned to its nearest end rather than wrapping round to the other.
+CompanionService::PairCodeExpiry expiryOf(std::int64_t expiresAtMs) {
+    using Expiry = CompanionService::PairCodeExpiry;
+    const std::chrono::duration<double> sinceEpoch(static_cast<double>(expiresAtMs) / 1000.0);
+    if (sinceEpoch >= Expiry::max().time_since_epoch()) {
+        return Expiry::max();
+    }
+    if (sinceEpoch <= Expiry::min().time_since_epoch()) {
+        return Expiry::min();
+    }
+    return Expiry(std::chrono::duration_cast<Expiry::duration>(sinceEpoch));
+}
 
 } // namespace
 
@@ -81,10 +96,7 @@ void CompanionService::failPairing(const std::string& text) {
 
 void CompanionService::dispatchPairCode(const PairingResponse& response) {
     assertOnQueue();
-    const auto expiry = std::chrono::time_point_cast<PairCodeExpiry::duration>(
-        std::chrono::time_point<std::chrono::system_clock, std::chrono::duration<double>>(
-            std::chrono::duration<double>(static_cast<double>(response.expiresAt) / 1000.0)));
-    dispatchMain([code = response.pairCode, expiry](CompanionService& service) {
+    dispatchMain([code = response.pairCode, expiry = expiryOf(response.expiresAt)](CompanionService& service) {
         if (service.onPairCode) {
             service.onPairCode(code, expiry);
         }

@@ -149,8 +149,12 @@ void CompanionService::handleInsertText(const ServerMessage& message, const Task
 }
 
 void CompanionService::sendReply(const SocketReply& reply, const Task& task) {
-    // A reply that cannot be sent is dropped: a dead socket shows up through receive and the heartbeat.
-    task->sendText(reply.encode(), [](const std::optional<WebSocketError>&) {});
+    // A reply that cannot be encoded or sent is dropped: a dead socket shows up through receive and the heartbeat.
+    auto encoded = reply.encode();
+    if (encoded.empty()) {
+        return;
+    }
+    task->sendText(std::move(encoded), [](const std::optional<WebSocketError>&) {});
 }
 
 } // namespace keyferry

@@ -293,23 +293,5 @@ TEST(PairedPhone, EqualOnlyWhenAllSixFieldsAreEqual) {
     EXPECT_NE(phone, (PairedPhone{"p1", "Pixel", "android", "1.2.0", 10, 21}));
 }
 
-TEST(RequestBodies, PairStartBodyNamesTheComputerAndPlatform) {
-    const auto body = pairStartBody("Desk \"A\"", "linux");
-    ASSERT_TRUE(body);
-    EXPECT_EQ(nlohmann::json::parse(*body), (nlohmann::json{{"name", "Desk \"A\""}, {"platform", "linux"}}));
-    EXPECT_EQ(body->find_first_of(" \n"), body->find(' ')); // compact: the only space is inside the name
-}
-
-TEST(RequestBodies, RemovePhoneBodyCarriesThePairingId) {
-    const auto body = removePhoneBody("p1");
-    ASSERT_TRUE(body);
-    EXPECT_EQ(*body, R"({"pairingId":"p1"})");
-}
-
-TEST(RequestBodies, TextThatIsNotUtf8CannotBeWritten) {
-    EXPECT_FALSE(pairStartBody("Desk\xFF", "linux"));
-    EXPECT_FALSE(removePhoneBody("\xC3"));
-}
-
 } // namespace
 } // namespace keyferry

@@ -70,6 +70,19 @@ TEST_F(CompanionServicePairingTest, TheCodeExpiryIsTheReplysMillisecondsAsSecond
     EXPECT_EQ(sinceEpoch.count(), 1'800'000'123'456'000LL);
 }
 
+TEST_F(CompanionServicePairingTest, AnExpiryBeyondWhatTheTimeTypeHoldsIsPinnedToItsEnd) {
+    for (const std::int64_t expiresAt : {INT64_MAX, INT64_MIN}) {
+        SCOPED_TRACE(expiresAt);
+        CompanionServiceHarness fresh;
+        fresh.service->requestPairingCode();
+        fresh.settle();
+        fresh.respond(startPath, 200, pairingReply("fresh-token", expiresAt));
+        ASSERT_EQ(fresh.pairCodes.size(), 1u);
+        EXPECT_EQ(fresh.pairCodes[0].second, expiresAt > 0 ? CompanionService::PairCodeExpiry::max()
+                                                            : CompanionService::PairCodeExpiry::min());
+    }
+}
+
 TEST_F(CompanionServicePairingTest, FirstPairingCancelsAnOpenConnection) {
     auto& socket = connected();
     defaults.remove("quillix.paired"); // no longer counts as paired: the next code request starts over
@@ -315,6 +328,21 @@ TEST_F(CompanionServicePairingTest, StoppingEndsEveryPollWithoutAMessage) {
     adding.advance(30.0);
     EXPECT_EQ(adding.requestsTo(statusPath), 0u);
     EXPECT_TRUE(adding.errors.empty());
+}
+
+TEST_F(CompanionServicePairingTest, AnAnswerAlreadyOnItsWayWhenStoppedStillCompletesThePairingButDoesNotConnect) {
+    firstCodeShown();
+    advance(1.8);
+    service->stop();
+    settle();
+    respond(statusPath, 200, statusReply("active"));
+    EXPECT_TRUE(storeIsPaired());
+    EXPECT_EQ(pairingCompletions, 1);
+    EXPECT_EQ(sockets.taskCount(), 0u);
+    EXPECT_EQ(states.back(), State::waitingForPhone);
+    service->start(); // the next start connects with the new pairing
+    settle();
+    EXPECT_EQ(sockets.taskCount(), 1u);
 }
 
 } // namespace
