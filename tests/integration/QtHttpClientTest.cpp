@@ -242,6 +242,24 @@ TEST_F(QtHttpClientTest, AnExchangeWithoutHttpStatusIsNotAnHttpResponse) {
         << (std::holds_alternative<TransportError>(outcome) ? std::get<TransportError>(outcome).description : "");
 }
 
+TEST(QtHttpClientTeardownTest, AClientMayOutliveItsStoppedQueue) {
+    auto queue = std::make_unique<QtSerialQueue>("test.network");
+    auto client = std::make_unique<QtHttpClient>(*queue, QtTrust::systemStore());
+    TestMailbox<int> events;
+    HttpRequest unreachable;
+    unreachable.url = "https://127.0.0.1:" + std::to_string(refusingPort()) + "/v1/computers/phones";
+    client->send(unreachable, [&](const HttpOutcome&) { events.put(1); }); // waits for the network
+    queue->post([&] { events.put(0); });
+    ASSERT_TRUE(events.waitFor(1));
+
+    queue->stop();
+    client->send(unreachable, [&](const HttpOutcome&) { events.put(2); });
+    client.reset();
+    queue.reset();
+
+    EXPECT_EQ(events.values(), std::vector<int>{0});
+}
+
 TEST_F(QtHttpClientTest, LoopbackLatency) {
     server.setHandler([](const TestHttpRequest&) { return TestHttpReply::json(200, R"({"phones":[]})"); });
     std::vector<double> latencies;

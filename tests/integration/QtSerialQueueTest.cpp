@@ -188,6 +188,21 @@ TEST(QtSerialQueueTest, TimerLetGoByItsOwnerStops) {
     EXPECT_EQ(ticks.values(), (std::vector<std::string>{"end"}));
 }
 
+TEST(QtSerialQueueTest, StopDropsLaterWorkAndCanBeRepeated) {
+    QtSerialQueue queue("test.queue");
+    TestMailbox<std::string> ran;
+    queue.post([&] { ran.put("before stop"); });
+    ASSERT_TRUE(ran.waitFor(1));
+    queue.stop();
+    queue.post([&] { ran.put("after stop"); });
+    queue.postAfter(0, [&] { ran.put("delayed after stop"); });
+    queue.stop();
+    QtSerialQueue witness("test.witness"); // a second queue shows that time for the dropped work has passed
+    witness.postAfter(0.05, [&] { ran.put("witness"); });
+    ASSERT_TRUE(ran.waitFor(2));
+    EXPECT_EQ(ran.values(), (std::vector<std::string>{"before stop", "witness"}));
+}
+
 TEST(QtSerialQueueTest, DestructionDropsPendingWorkAndObjectsOfTheQueue) {
     TestMailbox<std::string> events;
     QPointer<QObject> child;

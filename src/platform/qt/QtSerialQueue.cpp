@@ -35,11 +35,15 @@ QtSerialQueue::QtSerialQueue(const std::string& name)
 }
 
 QtSerialQueue::~QtSerialQueue() {
+    stop();
+    context_.reset(); // drops the tasks still posted
+}
+
+void QtSerialQueue::stop() {
     // The event loop may still deliver events already taken in hand after quit(): the flag stops them.
     stopping_ = true;
     thread_->quit();
     thread_->wait();
-    context_.reset(); // drops the tasks still posted
 }
 
 void QtSerialQueue::releaseOnQueueThread() {
