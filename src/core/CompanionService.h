@@ -55,7 +55,7 @@ public:
     using PairCodeExpiry = std::chrono::system_clock::time_point;
 
     // `baseURL` is the service's https base URL; `computerName` is what the pairing request calls this
-    // computer. Construction starts nothing.
+    // computer (the host's name; empty when the system reports none). Construction starts nothing.
     static std::shared_ptr<CompanionService> make(const CompanionServicePorts& ports, std::string baseURL,
                                                   std::string computerName);
 
