@@ -155,6 +155,11 @@ private:
     void removePhoneNow(const std::string& pairingId);
     void dispatchPhones(std::vector<PairedPhone> phones);
 
+    // The close code of every socket this computer closes ("going away"), and where each back-off series
+    // of reconnections starts.
+    static constexpr int goingAway = 1001;
+    static constexpr double initialReconnectDelay = 1.0;
+
     CompanionStore store;
     SerialQueue& queue;
     MainThread& mainThread;
@@ -169,7 +174,7 @@ private:
     Task socket;
     std::shared_ptr<RepeatingTimer> heartbeat;
     std::shared_ptr<WorkItem> reconnectWorkItem;
-    double reconnectDelay = 1.0;
+    double reconnectDelay = initialReconnectDelay;
     bool stopped = false;
     CompanionConnectionState state = CompanionConnectionState::unpaired;
 };

@@ -11,9 +11,7 @@ namespace {
 
 constexpr double firstHeartbeat = 20.0;
 constexpr double heartbeatPeriod = 20.0;
-constexpr double initialReconnectDelay = 1.0;
 constexpr double largestReconnectDelay = 15.0;
-constexpr int goingAway = 1001;
 
 bool meansPairingGone(const RequestResult<PairStatusResponse>& answer) {
     if (const auto* response = std::get_if<PairStatusResponse>(&answer)) {
