@@ -142,6 +142,8 @@ private:
     void handleFirstPairingCode(const PairingResponse& response);
     void dispatchPairCode(const PairingResponse& response);
     bool pollMayContinue(const std::string& token, bool expectPaired);
+    void fetchPairStatusAfterInterval(const std::string& token, bool expectPaired,
+                                      Completion<PairStatusResponse> handleAnswer);
     void pollInitialPairing(const std::string& token);
     void handleInitialPairingStatus(const RequestResult<PairStatusResponse>& result, const std::string& token);
     void pollAdditionalPairing(const std::string& token, std::int64_t expiresAt);
