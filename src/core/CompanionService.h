@@ -119,7 +119,7 @@ private:
     void stopHeartbeat();
     void handleConnectionLoss(const Task& task);
     void decideAfterLoss(const RequestResult<PairStatusResponse>& answer);
-    void withdrawPairing();
+    void withdrawPairing(const std::string& reason);
     void scheduleReconnect();
     void cancelConnection();
 

@@ -187,10 +187,7 @@ void CompanionService::handleAdditionalPairingStatus(const RequestResult<PairSta
     if (const auto* error = std::get_if<RequestError>(&result)) {
         if (isHttpStatus(*error, 401)) {
             // The connection is left alone here; the phone list's own 401 is what cancels it.
-            store.clearPairing();
-            setState(CompanionConnectionState::unpaired);
-            dispatchPhones({});
-            reportError(credentialRejectedText);
+            withdrawPairing(credentialRejectedText);
         } else {
             pollAdditionalPairing(token, expiresAt);
         }
