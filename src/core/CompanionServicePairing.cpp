@@ -115,17 +115,10 @@ void CompanionService::pollInitialPairing(const std::string& token) {
         return;
     }
     // No deadline of its own: the code's expiry is the service's business here.
-    queue.postAfter(pollInterval, [weakService = weak_from_this(), token] {
-        const auto service = weakService.lock();
-        if (!service || !service->pollMayContinue(token, false)) {
-            return;
-        }
-        service->fetchPairStatus(
-            token, service->onQueue<PairStatusResponse>(
-                       [token](CompanionService& onQueue, RequestResult<PairStatusResponse> result) {
-                           onQueue.handleInitialPairingStatus(result, token);
-                       }));
-    });
+    fetchPairStatusAfterInterval(token, false,
+                                 [token](CompanionService& service, RequestResult<PairStatusResponse> result) {
+                                     service.handleInitialPairingStatus(result, token);
+                                 });
 }
 
 void CompanionService::handleInitialPairingStatus(const RequestResult<PairStatusResponse>& result,
@@ -165,17 +158,24 @@ void CompanionService::pollAdditionalPairing(const std::string& token, std::int6
         reportError(codeExpiredText);
         return;
     }
-    queue.postAfter(pollInterval, [weakService = weak_from_this(), token, expiresAt] {
-        const auto service = weakService.lock();
-        if (!service || !service->pollMayContinue(token, true)) {
-            return;
-        }
-        service->fetchPairStatus(
-            token, service->onQueue<PairStatusResponse>(
-                       [token, expiresAt](CompanionService& onQueue, RequestResult<PairStatusResponse> result) {
-                           onQueue.handleAdditionalPairingStatus(result, token, expiresAt);
-                       }));
-    });
+    fetchPairStatusAfterInterval(
+        token, true, [token, expiresAt](CompanionService& service, RequestResult<PairStatusResponse> result) {
+            service.handleAdditionalPairingStatus(result, token, expiresAt);
+        });
+}
+
+// The wait between two passes of a poll; afterwards the poll's own checks run again (not the add-phone
+// deadline), then the status is asked for with the poll's token and the answer handled on the queue.
+void CompanionService::fetchPairStatusAfterInterval(const std::string& token, bool expectPaired,
+                                                    Completion<PairStatusResponse> handleAnswer) {
+    queue.postAfter(pollInterval,
+                    [weakService = weak_from_this(), token, expectPaired, handleAnswer = std::move(handleAnswer)] {
+                        const auto service = weakService.lock();
+                        if (!service || !service->pollMayContinue(token, expectPaired)) {
+                            return;
+                        }
+                        service->fetchPairStatus(token, service->onQueue<PairStatusResponse>(handleAnswer));
+                    });
 }
 
 void CompanionService::handleAdditionalPairingStatus(const RequestResult<PairStatusResponse>& result,
@@ -187,10 +187,7 @@ void CompanionService::handleAdditionalPairingStatus(const RequestResult<PairSta
     if (const auto* error = std::get_if<RequestError>(&result)) {
         if (isHttpStatus(*error, 401)) {
             // The connection is left alone here; the phone list's own 401 is what cancels it.
-            store.clearPairing();
-            setState(CompanionConnectionState::unpaired);
-            dispatchPhones({});
-            reportError(credentialRejectedText);
+            withdrawPairing(credentialRejectedText);
         } else {
             pollAdditionalPairing(token, expiresAt);
         }

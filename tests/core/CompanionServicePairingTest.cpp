@@ -142,7 +142,9 @@ TEST_F(CompanionServicePairingTest, A500PassIsSilentAndTheNextFollows) {
     firstCodeShown();
     advance(1.8);
     respond(statusPath, 500, R"({"error":"busy"})");
-    advance(1.8);
+    advance(1.799);
+    EXPECT_EQ(statusRequests(), 1u);
+    advance(0.001);
     failTransport(statusPath);
     advance(1.8);
     respond(statusPath, 200, "not json");
