@@ -8,8 +8,6 @@ namespace keyferry {
 
 namespace {
 
-bool isHighSurrogate(char16_t unit) { return (unit & 0xFC00) == 0xD800; }
-
 // Every line end becomes one line feed: CR LF first, then any CR left.
 std::u16string normalisedLineEnds(std::u16string_view units) {
     std::u16string out;

@@ -8,7 +8,6 @@ namespace {
 
 using State = CompanionConnectionState;
 
-
 class RequestsHarness : public CompanionServiceHarness {
 public:
     const HttpRequest& onlyRequestTo(const std::string& path) {
