@@ -124,6 +124,13 @@ TEST_F(CompanionServiceRequestsTest, ABaseWithATrailingSlashStillJoinsWithOneSla
     EXPECT_EQ(other.http.request(0).url, "https://keyferry.example/api/v1/computers/pair/start");
 }
 
+TEST_F(CompanionServiceRequestsTest, ABaseWithAQueryKeepsItAfterTheJoinedPath) {
+    CompanionServiceHarness other("https://keyferry.example/api?tenant=7");
+    other.service->requestPairingCode();
+    other.settle();
+    EXPECT_EQ(other.http.request(0).url, "https://keyferry.example/api/v1/computers/pair/start?tenant=7");
+}
+
 TEST_F(CompanionServiceRequestsTest, WithoutACredentialTheHeaderIsExactlyBearerAndASpace) {
     pairedAndIdle();
     secrets.dropTokenAfterFinds = 1; // paired when asked, gone when the request reads the token
