@@ -24,7 +24,6 @@ keyferry_test(keyferry_qt_adapter_tests integration
         ${CMAKE_CURRENT_LIST_DIR}/QtHttpClientTest.cpp
         ${CMAKE_CURRENT_LIST_DIR}/QtWebSocketTaskTest.cpp
         ${CMAKE_CURRENT_LIST_DIR}/QtSettingsDefaultsTest.cpp
-        ${CMAKE_CURRENT_LIST_DIR}/QtSystemClockTest.cpp
         ${CMAKE_CURRENT_LIST_DIR}/QtTrustTest.cpp
     LIBRARIES keyferry_qt keyferry_tls_test_server Qt6::Test)
 
