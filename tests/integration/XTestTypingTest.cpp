@@ -132,6 +132,28 @@ TEST_F(XTestTypingTest, TextWithMoreCharactersThanSpareKeycodesArrivesExactly) {
     expectTypedExactly(manyScriptSampleText(sampleCharacters), poster);
 }
 
+// Another layout (German: y and z swapped, umlauts on their own keys), chosen before and while typing.
+TEST_F(XTestTypingTest, FollowsTheLayoutInUseAndItsChanges) {
+    startReceiver(KEYFERRY_QT_RECEIVER, 0);
+    XTestKeyboardPoster poster;
+    X11AccessibilityProbe probe;
+    TextInjector injector(poster, probe);
+    const std::string first = "Zwölf Boxkämpfer jagen Viktor quer über den großen Sylter Deich. 中文 👋🏽\n";
+    const std::string second = "The quick brown fox jumps over the lazy dog; y/z, [], {}, ñ.\n";
+    HelperProcess german({"setxkbmap", "-display", display.name(), "de"});
+    ASSERT_EQ(german.waitForExit(20s), std::optional<int>(0));
+    Display* observer = XOpenDisplay(display.name().c_str());
+    ASSERT_NE(observer, nullptr);
+    EXPECT_NE(XKeysymToKeycode(observer, XK_odiaeresis), 0) << "the German layout should have a key for ö";
+    XCloseDisplay(observer);
+    ASSERT_TRUE(injector.insert(first));
+    ASSERT_EQ(received(first.size()), first);
+    HelperProcess french({"setxkbmap", "-display", display.name(), "fr"});
+    ASSERT_EQ(french.waitForExit(20s), std::optional<int>(0));
+    ASSERT_TRUE(injector.insert(second));
+    EXPECT_EQ(received(first.size() + second.size()), first + second);
+}
+
 // The user's Caps Lock and a Control key held down must neither change the text nor be lost.
 class UserModifiersTest : public XTestTypingTest {
 protected:
