@@ -24,11 +24,16 @@ int countProtocolError(Display*, XErrorEvent*) {
     return 0;
 }
 
+// A broken connection is reported to the process-wide handler first (the default one prints and exits), then
+// to the connection's own exit handler below; both return, so the loss only fails the calls.
+int ignoreConnectionLoss(Display*) { return 0; }
+
 void initialiseXlib() {
     static std::once_flag once;
     std::call_once(once, [] {
         XInitThreads();
         XSetErrorHandler(countProtocolError);
+        XSetIOErrorHandler(ignoreConnectionLoss);
     });
 }
 
@@ -308,10 +313,10 @@ void X11KeyboardSession::restoreModifiers(const ModifierState& state) {
     }
 }
 
-// A borrowed keycode carries its character on every level and group, so that neither Shift, Caps Lock nor the
-// layout group can change it (a single symbol would be read as a lower/upper-case pair), and so that its key
-// type keeps one level: Xlib clients update their copy of the keymap key by key and were measured misreading
-// keys whose levels changed between bindings. Keycodes given back get their original symbols.
+// A borrowed keycode carries its one character on every level and group, so that neither Shift, Caps Lock nor
+// the layout group can change it (a single symbol would be read as a lower/upper-case pair). Two characters
+// per keycode (plain and shifted) would double the capacity, but were not exact for every client when
+// measured. Keycodes given back get their original symbols.
 std::vector<unsigned long> X11KeyboardSession::intendedSymbols(unsigned keycode) const {
     if (const auto keysym = pool->keysymOn(keycode)) {
         return std::vector<unsigned long>(static_cast<std::size_t>(keymap->symbolsPerKeycode()), *keysym);
