@@ -116,11 +116,14 @@ bool X11KeyboardSession::loadKeymap() {
         pool.reset();
         return false;
     }
-    pool.emplace(keymap->spareKeycodes(), timing.reuseGuard);
+    const unsigned levels = keymap->shiftKeycode() ? 2 : 1;
+    pool.emplace(keymap->spareKeycodes(), levels, timing.reuseGuard);
     if (previousUse) {
         // The new keycodes may be the ones a slow client is still reading under their old meaning.
         for (const unsigned keycode : keymap->spareKeycodes()) {
-            pool->markTyped(keycode, *previousUse);
+            for (unsigned level = 0; level < levels; ++level) {
+                pool->markTyped({keycode, level}, *previousUse);
+            }
         }
     }
     return true;
@@ -193,7 +196,7 @@ bool X11KeyboardSession::bindFor(std::u32string_view remaining, int group) {
         if (keymap->strokeFor(keysym, group)) {
             continue;
         }
-        if (pool->keycodeFor(keysym)) {
+        if (pool->placeOf(keysym)) {
             bound.insert(keysym);
         } else if (std::find(needed.begin(), needed.end(), keysym) == needed.end()) {
             needed.push_back(keysym);
@@ -233,8 +236,8 @@ std::optional<KeyStroke> X11KeyboardSession::strokeFor(char32_t character, int g
     if (const auto stroke = keymap->strokeFor(keysym, group)) {
         return stroke;
     }
-    if (const auto keycode = pool->keycodeFor(keysym)) {
-        return KeyStroke{*keycode, false};
+    if (const auto place = pool->placeOf(keysym)) {
+        return KeyStroke{place->keycode, place->level == 1};
     }
     return std::nullopt;
 }
@@ -262,7 +265,7 @@ bool X11KeyboardSession::pressKeys(std::u32string_view text, std::size_t& positi
         XTestFakeKeyEvent(display, stroke->keycode, False, CurrentTime);
         pressed();
         if (pool->isSpare(stroke->keycode)) {
-            pool->markTyped(stroke->keycode, slowestReader);
+            pool->markTyped({stroke->keycode, stroke->shift ? 1U : 0U}, slowestReader);
         }
     }
     if (shiftDown) {
@@ -313,15 +316,22 @@ void X11KeyboardSession::restoreModifiers(const ModifierState& state) {
     }
 }
 
-// A borrowed keycode carries its one character on every level and group, so that neither Shift, Caps Lock nor
-// the layout group can change it (a single symbol would be read as a lower/upper-case pair). Two characters
-// per keycode (plain and shifted) would double the capacity, but were not exact for every client when
-// measured. Keycodes given back get their original symbols.
+// A borrowed keycode carries its plain character on every first level and its shifted one on every second
+// level, in every group: the layout group cannot change them, and a level not in use repeats the other one (a
+// single symbol would be read as a lower/upper-case pair). Keycodes given back get their original symbols.
 std::vector<unsigned long> X11KeyboardSession::intendedSymbols(unsigned keycode) const {
-    if (const auto keysym = pool->keysymOn(keycode)) {
-        return std::vector<unsigned long>(static_cast<std::size_t>(keymap->symbolsPerKeycode()), *keysym);
+    const auto plain = pool->keysymOn({keycode, 0});
+    const auto shifted = pool->keysymOn({keycode, 1});
+    if (!plain && !shifted) {
+        return keymap->originalSymbols(keycode);
     }
-    return keymap->originalSymbols(keycode);
+    const unsigned long first = plain.value_or(*shifted);
+    const unsigned long second = shifted.value_or(first);
+    std::vector<unsigned long> symbols;
+    for (int column = 0; column < keymap->symbolsPerKeycode(); ++column) {
+        symbols.push_back(column % 2 == 0 ? first : second);
+    }
+    return symbols;
 }
 
 // Writes the intended symbols of `keycodes` in as few requests as possible: one per run of spare keycodes,
