@@ -11,6 +11,7 @@
 // Xlib's macros (None, Bool, ...) clash with GoogleTest's names: included after it.
 #include <X11/XKBlib.h>
 #include <X11/Xlib.h>
+#include <X11/extensions/XInput2.h>
 #include <X11/extensions/XTest.h>
 #include <X11/keysym.h>
 
@@ -147,6 +148,33 @@ TEST_F(XTestTypingTest, FollowsTheLayoutInUseAndItsChanges) {
     ASSERT_EQ(french.waitForExit(20s), std::optional<int>(0));
     ASSERT_TRUE(injector.insert(second));
     EXPECT_EQ(received(first.size() + second.size()), first + second);
+}
+
+std::string xtestKeyboardId(const std::string& displayName) {
+    Display* connection = XOpenDisplay(displayName.c_str());
+    int count = 0;
+    XIDeviceInfo* devices = XIQueryDevice(connection, XIAllDevices, &count);
+    std::string id;
+    for (int index = 0; index < count; ++index) {
+        if (devices[index].use == XISlaveKeyboard && std::string(devices[index].name).find("XTEST") != std::string::npos) {
+            id = std::to_string(devices[index].deviceid);
+        }
+    }
+    XIFreeDeviceInfo(devices);
+    XCloseDisplay(connection);
+    return id;
+}
+
+// A layout set on the keyboards but not on the XTest device (which then still has another one) must not leak
+// into the text: keys are typed as the user's layout says.
+TEST_F(XTestTypingTest, TypesInTheUsersLayoutWhateverTheXTestDeviceCarries) {
+    startReceiver(KEYFERRY_QT_RECEIVER, 0);
+    const std::string device = xtestKeyboardId(display.name());
+    ASSERT_FALSE(device.empty());
+    HelperProcess german({"setxkbmap", "-display", display.name(), "-device", device, "de"});
+    ASSERT_EQ(german.waitForExit(20s), std::optional<int>(0));
+    XTestKeyboardPoster poster;
+    expectTypedExactly("yz YZ qwerty? - [y/z] @#", poster);
 }
 
 // The user's Caps Lock and a Control key held down must neither change the text nor be lost.

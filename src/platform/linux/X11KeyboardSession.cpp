@@ -1,11 +1,13 @@
 #include "X11KeyboardSession.h"
 
 #include <X11/XKBlib.h>
+#include <X11/extensions/XInput2.h>
 #include <X11/extensions/XTest.h>
 #include <X11/keysym.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cstring>
 #include <mutex>
 #include <thread>
 
@@ -53,6 +55,45 @@ unsigned long keysymFor(char32_t character) {
     return latin1 ? character : unicodeKeysymBase + character;
 }
 
+// The slave keyboard device XTest events come from, found through the X input extension.
+std::optional<int> xtestKeyboard(Display* display) {
+    int opcode = 0;
+    int eventBase = 0;
+    int errorBase = 0;
+    int major = 2;
+    int minor = 0;
+    if (!XQueryExtension(display, "XInputExtension", &opcode, &eventBase, &errorBase) ||
+        XIQueryVersion(display, &major, &minor) != Success) {
+        return std::nullopt;
+    }
+    int count = 0;
+    XIDeviceInfo* devices = XIQueryDevice(display, XIAllDevices, &count);
+    std::optional<int> found;
+    for (int index = 0; index < count && !found; ++index) {
+        if (devices[index].use == XISlaveKeyboard && std::strstr(devices[index].name, "XTEST") != nullptr) {
+            found = devices[index].deviceid;
+        }
+    }
+    XIFreeDeviceInfo(devices);
+    return found;
+}
+
+bool sameSymbols(XkbDescPtr left, XkbDescPtr right) {
+    if (left->min_key_code != right->min_key_code || left->max_key_code != right->max_key_code) {
+        return false;
+    }
+    for (int keycode = left->min_key_code; keycode <= left->max_key_code; ++keycode) {
+        const int count = XkbKeyNumSyms(left, keycode);
+        if (count != XkbKeyNumSyms(right, keycode) ||
+            XkbKeyGroupsWidth(left, keycode) != XkbKeyGroupsWidth(right, keycode) ||
+            !std::equal(XkbKeySymsPtr(left, keycode), XkbKeySymsPtr(left, keycode) + count,
+                        XkbKeySymsPtr(right, keycode))) {
+            return false;
+        }
+    }
+    return true;
+}
+
 } // namespace
 
 X11KeyboardSession::X11KeyboardSession(Timing sessionTiming) : timing(sessionTiming) {}
@@ -93,6 +134,7 @@ bool X11KeyboardSession::connect() {
     }
     const unsigned long mapEvents = XkbNewKeyboardNotifyMask | XkbMapNotifyMask;
     XkbSelectEvents(display, XkbUseCoreKbd, mapEvents, mapEvents);
+    matchTestDeviceKeymap();
     if (!loadKeymap()) {
         disconnect();
         return false;
@@ -107,6 +149,28 @@ void X11KeyboardSession::disconnect() {
     }
     keymap.reset();
     pool.reset();
+}
+
+// XTest events come from their own slave device, and the server switches the core keyboard to that device's
+// keymap when they arrive. When the user's layout was set on the other keyboards only, the XTest device still
+// has the server's default one and keys would come out in it; it gets the core keyboard's keymap instead.
+void X11KeyboardSession::matchTestDeviceKeymap() {
+    const auto device = xtestKeyboard(display);
+    if (!device) {
+        return;
+    }
+    XkbDescPtr core = XkbGetMap(display, XkbAllMapComponentsMask, XkbUseCoreKbd);
+    XkbDescPtr test = XkbGetMap(display, XkbAllMapComponentsMask, static_cast<unsigned>(*device));
+    if (core != nullptr && test != nullptr && !sameSymbols(core, test)) {
+        core->device_spec = static_cast<unsigned short>(*device);
+        XkbSetMap(display, XkbAllMapComponentsMask, core);
+        discardOwnNotifications();
+    }
+    for (XkbDescPtr desc : {core, test}) {
+        if (desc != nullptr) {
+            XkbFreeKeyboard(desc, 0, True);
+        }
+    }
 }
 
 bool X11KeyboardSession::loadKeymap() {
@@ -160,6 +224,7 @@ bool X11KeyboardSession::type(std::u32string_view text) {
     const int errorsBefore = protocolErrors.load();
     if (keymapChangedElsewhere()) {
         restoreSpareKeycodes();
+        matchTestDeviceKeymap();
         if (!loadKeymap()) {
             return false;
         }
