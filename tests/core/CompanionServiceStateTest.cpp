@@ -80,6 +80,34 @@ TEST_F(CompanionServiceStateTest, UnsetCallbacksAreSkipped) {
     EXPECT_EQ(ackedIds(socket), std::vector<std::string>{"A"});
 }
 
+TEST_F(CompanionServiceStateTest, EveryReportWithoutItsCallbackIsDropped) {
+    service->onStateChange = nullptr;
+    service->onPairCode = nullptr;
+    service->onPairingCompleted = nullptr;
+    service->onPhonesChanged = nullptr;
+    service->onAccessibilityNeeded = nullptr;
+    service->onTextInserted = nullptr;
+    service->onError = nullptr;
+    service->requestPairingCode(); // a state, a code
+    settle();
+    respond(startPath, 200, pairingReply("fresh-token", 1'800'000'600'000));
+    advance(1.8);
+    respond(statusPath, 200, statusReply("active")); // the pairing completed
+    respond(phonesPath, 200, phonesReply({phone("p1")})); // a phone list
+    lastSocket().deliverText(insertText("A", "typed")); // a text inserted
+    settle();
+    keyboard.failAtPost(1);
+    lastSocket().deliverText(insertText("B", "not typed")); // the permission needed
+    settle();
+    service->removePhone("p1");
+    settle();
+    respond(removePath, 500, "{}"); // an error
+    EXPECT_EQ(keyboard.typedText(), "typed");
+    EXPECT_EQ(processedIds(), std::vector<std::string>{"A"});
+    EXPECT_GE(mainThread.postedCount(), 8u);
+    EXPECT_TRUE(events.empty());
+}
+
 TEST_F(CompanionServiceStateTest, StartWhileUnpairedAndAlreadyUnpairedReportsNothing) {
     service->start();
     settle();
@@ -152,6 +180,49 @@ TEST_F(CompanionServiceStateTest, ReportsOfADestroyedServiceAreDropped) {
     EXPECT_TRUE(watcher.expired());
     mainThread.drain();
     advance(60.0);
+    EXPECT_TRUE(events.empty());
+}
+
+TEST_F(CompanionServiceStateTest, PendingWorkAndRequestsDoNotKeepTheServiceAlive) {
+    auto& socket = connected();
+    service->requestPairingCode();
+    settle();
+    respond(codePath, 200, pairingReply(std::nullopt, 1'800'000'600'000)); // a poll pass waits 1.8 s
+    socket.deliverError();
+    settle();
+    respond(statusPath, 200, statusReply("active")); // a reconnection waits 1 s
+    service->refreshPhones();
+    settle(); // a phone list request is in flight
+    ASSERT_EQ(queue.pendingDelayedCount(), 2u);
+    clearRecords();
+    const auto requestsBefore = http.requestCount();
+
+    const std::weak_ptr<CompanionService> watcher = service;
+    service.reset();
+    EXPECT_TRUE(watcher.expired());
+    respond(phonesPath, 200, phonesReply({phone("p1")}));
+    advance(60.0);
+    EXPECT_TRUE(events.empty());
+    EXPECT_EQ(http.requestCount(), requestsBefore);
+    EXPECT_EQ(sockets.taskCount(), 1u);
+}
+
+TEST_F(CompanionServiceStateTest, AnOpenSocketsTimerAndCompletionsDoNotKeepTheServiceAlive) {
+    auto& socket = connected();
+    advance(20.0); // a ping waits for its pong, a receive for its frame
+    ASSERT_EQ(socket.pendingPingCount(), 1u);
+    ASSERT_TRUE(socket.hasPendingReceive());
+
+    const std::weak_ptr<CompanionService> watcher = service;
+    service.reset();
+    EXPECT_TRUE(watcher.expired());
+    socket.answerPing(WebSocketError{"no pong"});
+    socket.deliverText(insertText("A", "late"));
+    advance(60.0);
+    EXPECT_EQ(keyboard.attempts(), 0u);
+    EXPECT_EQ(socket.sentCount(), 0u);
+    EXPECT_EQ(socket.pingCount(), 1u);
+    EXPECT_EQ(requestsTo(statusPath), 0u);
     EXPECT_TRUE(events.empty());
 }
 
