@@ -1,6 +1,7 @@
 // A plain Xlib client that takes the keyboard focus and appends the text of every key press to a file, as a
 // text field would insert it (Return inserts a line feed). Arguments: output file, milliseconds to spend on
-// each key (a slow client). Prints "ready" once it has the focus; stops on SIGTERM.
+// each key (a slow client). It follows keymap changes as plain Xlib clients do (MappingNotify, then
+// XRefreshKeyboardMapping). Prints "ready" once it has the focus and its keymap; stops on SIGTERM.
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
 #include <X11/keysym.h>
@@ -38,6 +39,20 @@ std::string textOf(XIC context, XKeyPressedEvent& event) {
         return std::string(buffer, static_cast<std::size_t>(length));
     }
     return {};
+}
+
+// Xlib fetches the keymap, and asks to be told of its changes, on the first key it translates; that request
+// waits in its output buffer until its event queue runs empty. An application has usually handled keys long
+// before text is typed into it; this client does the same before it says it is ready.
+void loadKeymap(Display* display) {
+    XKeyEvent key{};
+    key.type = KeyPress;
+    key.display = display;
+    key.keycode = XKeysymToKeycode(display, XK_a);
+    char buffer[8];
+    KeySym keysym = NoSymbol;
+    XLookupString(&key, buffer, sizeof buffer, &keysym, nullptr);
+    XFlush(display);
 }
 
 } // namespace
@@ -82,6 +97,7 @@ int main(int argc, char** argv) {
             XSetInputFocus(display, window, RevertToParent, CurrentTime);
         } else if (event.type == FocusIn && !announced) {
             XSetICFocus(context);
+            loadKeymap(display);
             announced = true;
             std::cout << "ready" << std::endl;
         } else if (event.type == KeyPress) {
