@@ -65,7 +65,8 @@ std::map<std::string, std::string> desktopEntryKeys(const std::string& content) 
 }
 
 // Undoes the string escaping of the file format, then splits the Exec value into arguments the way a
-// desktop launcher does (double quotes, backslash escapes inside them, %% for a percent sign).
+// desktop launcher does (double quotes, backslash escapes inside them, %% for a percent sign). Inside quotes
+// the four characters '"', '`', '$' and '\' must come escaped, and a backslash escapes nothing else.
 std::vector<std::string> execArguments(const std::string& raw) {
     std::string value;
     for (std::size_t index = 0; index < raw.size(); ++index) {
@@ -84,7 +85,13 @@ std::vector<std::string> execArguments(const std::string& raw) {
         const char character = value[index];
         if (quoted) {
             if (character == '\\') {
-                current += value.at(++index);
+                const char escaped = value.at(++index);
+                EXPECT_NE(std::string("\"`$\\").find(escaped), std::string::npos)
+                    << "a backslash before '" << escaped << "' in " << value;
+                current += escaped;
+            } else if (character == '`' || character == '$') {
+                ADD_FAILURE() << "an unescaped '" << character << "' inside quotes in " << value;
+                current += character;
             } else if (character == '"') {
                 quoted = false;
             } else if (character == '%') {
