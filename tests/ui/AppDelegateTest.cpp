@@ -180,6 +180,18 @@ TEST_F(AppDelegateTest, ExplicitlyOpenedWindowStaysAfterThePermissionFlow) {
     EXPECT_FALSE(shell.delegate->pairingWindow().accessibilityButton->isVisible());
 }
 
+TEST_F(AppDelegateTest, PermissionRequiredWithTheWindowOpenedPresentsItAndStartsMonitoring) {
+    AppDelegate& delegate = shell.launch();
+    shell.settle();
+    shell.mainWindow().hide();
+    shell.accessibility.trusted = false;
+    // The state report alone, without the service's separate request for the permission.
+    shell.service->onStateChange(CompanionConnectionState::permissionRequired);
+    EXPECT_TRUE(shell.mainWindow().isVisible());
+    EXPECT_TRUE(delegate.isMonitoringPermission());
+    EXPECT_TRUE(delegate.autoHideWhenConnected());
+}
+
 TEST_F(AppDelegateTest, TwoInsertionsASecondApartReturnToConnectedAfterTheFirstOnesTime) {
     AppDelegate& delegate = launchConnected();
     shell.sendText("m1", "hello");
