@@ -3,6 +3,7 @@
 #include "PairCodeWindowController.h"
 #include "SystemColors.h"
 
+#include <QFontMetrics>
 #include <QGuiApplication>
 #include <QLabel>
 #include <QPushButton>
@@ -94,6 +95,15 @@ TEST_F(PairCodeWindowTest, StartsHiddenWithPlaceholders) {
     EXPECT_EQ(controller.statusLabel->font().pixelSize(), 13);
     EXPECT_EQ(SystemColors::textColor(*controller.statusLabel), SystemColors::secondaryLabel());
     EXPECT_EQ(closeButton().width(), 120);
+}
+
+TEST_F(PairCodeWindowTest, CodeFiguresShareOneWidth) {
+    const QFontMetrics metrics(controller.codeLabel->font());
+    const int zeroWidth = metrics.horizontalAdvance(QLatin1Char('0'));
+    for (char figure = '1'; figure <= '9'; ++figure) {
+        EXPECT_EQ(metrics.horizontalAdvance(QLatin1Char(figure)), zeroWidth) << figure;
+    }
+    EXPECT_EQ(controller.codeLabel->font().weight(), QFont::DemiBold);
 }
 
 TEST_F(PairCodeWindowTest, ShowsTheCodeCentredOverItsParent) {
