@@ -104,6 +104,11 @@ void AppDelegate::applicationWillTerminate() {
 }
 
 void AppDelegate::configureStatusItem() {
+    configureStatusMenu();
+    configureTrayIcon();
+}
+
+void AppDelegate::configureStatusMenu() {
     menu = std::make_unique<QMenu>();
     QAction* heading = menu->addAction(QStringLiteral("Keyferry"));
     heading->setEnabled(false);
@@ -128,7 +133,9 @@ void AppDelegate::configureStatusItem() {
     for (QAction* action : {open, quitAction}) {
         action->setShortcutVisibleInContextMenu(true);
     }
+}
 
+void AppDelegate::configureTrayIcon() {
     trayIcon = std::make_unique<QSystemTrayIcon>();
 #if defined(__APPLE__)
     trayIcon->setIcon(Symbols::templateIcon(QStringLiteral("waveform.and.mic")));

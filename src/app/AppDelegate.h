@@ -73,6 +73,9 @@ public:
 
 private:
     void configureStatusItem();
+    void configureStatusMenu();
+    // The tray item: the symbol, carrying the menu that configureStatusMenu made.
+    void configureTrayIcon();
     void configurePairingWindow();
     void configureServiceCallbacks();
     void presentPairingWindow();
