@@ -4,6 +4,7 @@
 #include "ShellScheduler.h"
 #include "SystemColors.h"
 #include "SystemFonts.h"
+#include "UnicodeNumerals.h"
 
 #include <QCloseEvent>
 #include <QGuiApplication>
@@ -12,6 +13,7 @@
 #include <QLocale>
 #include <QPushButton>
 #include <QScreen>
+#include <QTextBoundaryFinder>
 #include <QVBoxLayout>
 #include <QWindow>
 
@@ -76,18 +78,31 @@ void PairCodeWindowController::configureWindow() {
     column->addStretch(1);
 }
 
-QString PairCodeWindowController::formattedCode(const QString& code) {
-    QList<char32_t> numerals;
-    for (const char32_t character : code.toUcs4()) {
-        if (QChar::isNumber(character)) {
-            numerals.append(character);
+namespace {
+
+// The characters (grapheme clusters, so a numeral keeps its marks) of `code` whose first code point is a
+// number, in order.
+QStringList numerals(const QString& code) {
+    QStringList found;
+    QTextBoundaryFinder characters(QTextBoundaryFinder::Grapheme, code);
+    for (qsizetype start = 0, end = characters.toNextBoundary(); end > start;
+         start = end, end = characters.toNextBoundary()) {
+        const QString character = code.mid(start, end - start);
+        if (UnicodeNumerals::isNumber(character.toUcs4().value(0))) {
+            found.append(character);
         }
     }
-    if (numerals.size() != 6) {
+    return found;
+}
+
+} // namespace
+
+QString PairCodeWindowController::formattedCode(const QString& code) {
+    const QStringList found = numerals(code);
+    if (found.size() != 6) {
         return code;
     }
-    return QString::fromUcs4(numerals.constData(), 3) + QStringLiteral("  ") +
-           QString::fromUcs4(numerals.constData() + 3, 3);
+    return found.mid(0, 3).join(QString()) + QStringLiteral("  ") + found.mid(3).join(QString());
 }
 
 QString PairCodeWindowController::expiryLine(const QDateTime& expiresAt) {

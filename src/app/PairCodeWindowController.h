@@ -50,7 +50,8 @@ public:
     void closeWindow();
     void close();
 
-    // The code as shown: the numerals of a six-numeral code grouped 3 + 3, anything else unchanged.
+    // The code as shown: the numerals (characters with a Unicode numeric type) of a six-numeral code grouped
+    // 3 + two blanks + 3, anything else unchanged.
     static QString formattedCode(const QString& code);
     // "Expires at " and the time in the locale's short time format.
     static QString expiryLine(const QDateTime& expiresAt);

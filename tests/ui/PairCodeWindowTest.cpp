@@ -46,31 +46,52 @@ protected:
     int closes = 0;
 };
 
+QString shown(const QString& code) {
+    return PairCodeWindowController::formattedCode(code);
+}
+
 TEST(PairCodeFormatting, SixNumeralsAreGroupedThreeAndThree) {
-    EXPECT_EQ(PairCodeWindowController::formattedCode(QStringLiteral("482913")), QStringLiteral("482  913"));
-    EXPECT_EQ(PairCodeWindowController::formattedCode(QStringLiteral("48 29 13")), QStringLiteral("482  913"));
-    EXPECT_EQ(PairCodeWindowController::formattedCode(QStringLiteral("123-456")), QStringLiteral("123  456"));
+    EXPECT_EQ(shown(QStringLiteral("482913")), QStringLiteral("482  913"));
+    EXPECT_EQ(shown(QStringLiteral("48 29 13")), QStringLiteral("482  913"));
+    EXPECT_EQ(shown(QStringLiteral("123-456")), QStringLiteral("123  456"));
 }
 
 TEST(PairCodeFormatting, AnythingElseIsShownAsReceived) {
-    EXPECT_EQ(PairCodeWindowController::formattedCode(QStringLiteral("ABC123")), QStringLiteral("ABC123"));
-    EXPECT_EQ(PairCodeWindowController::formattedCode(QStringLiteral("1234567")), QStringLiteral("1234567"));
-    EXPECT_EQ(PairCodeWindowController::formattedCode(QStringLiteral("12345")), QStringLiteral("12345"));
-    EXPECT_EQ(PairCodeWindowController::formattedCode(QString()), QString());
+    EXPECT_EQ(shown(QStringLiteral("ABC123")), QStringLiteral("ABC123"));
+    EXPECT_EQ(shown(QStringLiteral("1234567")), QStringLiteral("1234567"));
+    EXPECT_EQ(shown(QStringLiteral("12345")), QStringLiteral("12345"));
+    EXPECT_EQ(shown(QString()), QString());
 }
 
 TEST(PairCodeFormatting, NumeralsOfEveryScriptCount) {
     // Arabic-Indic digits 4 8 2 9 1 3.
     const QString arabicIndic = QStringLiteral("\u0664\u0668\u0662-\u0669\u0661\u0663");
-    EXPECT_EQ(PairCodeWindowController::formattedCode(arabicIndic), QStringLiteral("\u0664\u0668\u0662  \u0669\u0661\u0663"));
+    EXPECT_EQ(shown(arabicIndic), QStringLiteral("\u0664\u0668\u0662  \u0669\u0661\u0663"));
     // Full-width digits, and numerals that are not decimal digits (Roman twelve, vulgar half).
-    EXPECT_EQ(PairCodeWindowController::formattedCode(QStringLiteral("\uFF11\uFF12\uFF13 456")),
-              QStringLiteral("\uFF11\uFF12\uFF13  456"));
-    EXPECT_EQ(PairCodeWindowController::formattedCode(QStringLiteral("\u216B\u00BD3456")),
-              QStringLiteral("\u216B\u00BD3  456"));
+    EXPECT_EQ(shown(QStringLiteral("\uFF11\uFF12\uFF13 456")), QStringLiteral("\uFF11\uFF12\uFF13  456"));
+    EXPECT_EQ(shown(QStringLiteral("\u216B\u00BD3456")), QStringLiteral("\u216B\u00BD3  456"));
     // A numeral outside the basic plane (mathematical bold digit one) is one numeral.
     const QString bold = QString::fromUcs4(U"\U0001D7CF23456");
-    EXPECT_EQ(PairCodeWindowController::formattedCode(bold), QString::fromUcs4(U"\U0001D7CF23  456"));
+    EXPECT_EQ(shown(bold), QString::fromUcs4(U"\U0001D7CF23  456"));
+}
+
+TEST(PairCodeFormatting, HanNumeralsAreNumbersToo) {
+    // One to six, and the accounting forms of one to six with a hyphen between.
+    EXPECT_EQ(shown(QStringLiteral("\u4E00\u4E8C\u4E09\u56DB\u4E94\u516D")),
+              QStringLiteral("\u4E00\u4E8C\u4E09  \u56DB\u4E94\u516D"));
+    EXPECT_EQ(shown(QStringLiteral("\u58F9\u8CB3\u53C3-\u8086\u4F0D\u9678")),
+              QStringLiteral("\u58F9\u8CB3\u53C3  \u8086\u4F0D\u9678"));
+    // Other ideographs are not numbers.
+    EXPECT_EQ(shown(QStringLiteral("\u4E2D12345")), QStringLiteral("\u4E2D12345"));
+}
+
+TEST(PairCodeFormatting, ANumeralKeepsTheMarksThatBelongToIt) {
+    // 4 and 8 each with a combining diaeresis: one character each, a number, kept whole.
+    EXPECT_EQ(shown(QStringLiteral("4\u03088\u03082913")), QStringLiteral("4\u03088\u03082  913"));
+    // Keycap sequences are numbers too.
+    EXPECT_EQ(shown(QStringLiteral("1\uFE0F\u20E323 456")), QStringLiteral("1\uFE0F\u20E323  456"));
+    // A mark on a letter does not make it a number, and a letter with a mark is one character.
+    EXPECT_EQ(shown(QStringLiteral("A\u0308-482913")), QStringLiteral("482  913"));
 }
 
 TEST(PairCodeFormatting, ExpiryIsTheShortTimeOfTheLocale) {
