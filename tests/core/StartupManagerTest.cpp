@@ -166,8 +166,8 @@ private:
             }
             const auto end = text.find(';', index);
             const std::string name = text.substr(index + 1, end - index - 1);
-            const std::map<std::string, char> entities{{"amp", '&'}, {"lt", '<'}, {"gt", '>'}, {"quot", '"'},
-                                                        {"apos", '\''}};
+            const std::map<std::string, char> entities{
+                {"amp", '&'}, {"lt", '<'}, {"gt", '>'}, {"quot", '"'}, {"apos", '\''}};
             EXPECT_TRUE(entities.contains(name)) << name;
             result += entities.at(name);
             index = end;
@@ -335,9 +335,8 @@ TEST_F(StartupManagerTest, ExecOfAPlainPath) {
               "[Desktop Entry]\nType=Application\nName=Keyferry\nExec=\"/usr/bin/keyferry\" --background\n");
 }
 
-TEST_F(StartupManagerTest, PropertyListHoldsExactlyTheFourEntries) {
-    const std::string executable = "/Applications/Keyferry & Co <beta>.app/Contents/MacOS/Keyferry";
-    const std::string xml = StartupManager::launchAgentPropertyList(executable);
+// Parses `xml` and checks it is the launch agent for `executable`: exactly the four entries.
+void expectLaunchAgent(const std::string& xml, const std::string& executable) {
     EXPECT_EQ(xml.rfind("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n", 0), 0u);
     EXPECT_NE(xml.find("<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\""), std::string::npos);
 
@@ -366,6 +365,21 @@ TEST_F(StartupManagerTest, PropertyListHoldsExactlyTheFourEntries) {
     EXPECT_EQ(arguments.children[0].text, executable);
     EXPECT_EQ(arguments.children[1].tag, "string");
     EXPECT_EQ(arguments.children[1].text, "--background");
+}
+
+TEST_F(StartupManagerTest, PropertyListHoldsExactlyTheFourEntries) {
+    const std::string executable = "/Applications/Keyferry & Co <beta>.app/Contents/MacOS/Keyferry";
+    expectLaunchAgent(StartupManager::launchAgentPropertyList(executable), executable);
+}
+
+TEST_F(StartupManagerTest, LaunchAgentFileIsWrittenAsAPropertyList) {
+    const fs::path file = StartupManager::launchAgentPath(home);
+    ASSERT_FALSE(fs::exists(home / "Library"));
+    ASSERT_FALSE(
+        StartupManager::writeRegistration(fs::path("/Applications/Keyferry.app/Contents/MacOS/Keyferry"), file));
+    expectLaunchAgent(readFile(file), "/Applications/Keyferry.app/Contents/MacOS/Keyferry");
+    ASSERT_FALSE(StartupManager::writeRegistration(fs::path("/Users/ada/Keyferry.app/Contents/MacOS/Keyferry"), file));
+    expectLaunchAgent(readFile(file), "/Users/ada/Keyferry.app/Contents/MacOS/Keyferry");
 }
 
 } // namespace
