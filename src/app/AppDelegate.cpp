@@ -7,17 +7,16 @@
 #include "StartupManager.h"
 #include "Symbols.h"
 #include "SystemColors.h"
+#include "WindowPlacement.h"
 
 #include <QAction>
 #include <QApplication>
 #include <QCheckBox>
 #include <QCursor>
-#include <QGuiApplication>
 #include <QLabel>
 #include <QMenu>
 #include <QPointer>
 #include <QPushButton>
-#include <QScreen>
 #include <QSystemTrayIcon>
 
 #if defined(__APPLE__)
@@ -35,16 +34,6 @@ QDateTime toDateTime(CompanionService::PairCodeExpiry expiresAt) {
     const auto milliseconds =
         std::chrono::duration_cast<std::chrono::milliseconds>(expiresAt.time_since_epoch()).count();
     return QDateTime::fromMSecsSinceEpoch(milliseconds);
-}
-
-void centreOnScreen(QWidget& window) {
-    const QScreen* screen = window.screen() != nullptr ? window.screen() : QGuiApplication::primaryScreen();
-    if (screen == nullptr) {
-        return;
-    }
-    const QRect frame = window.frameGeometry();
-    const QPoint centre = screen->availableGeometry().center();
-    window.move(centre.x() - frame.width() / 2, centre.y() - frame.height() / 2);
 }
 
 } // namespace
@@ -233,7 +222,7 @@ void AppDelegate::presentPairingWindow() {
         return;
     }
     if (!window->isVisible()) {
-        centreOnScreen(*window);
+        WindowPlacement::centreOnScreen(*window);
     }
     window->show();
     window->raise();

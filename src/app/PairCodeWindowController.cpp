@@ -5,14 +5,13 @@
 #include "SystemColors.h"
 #include "SystemFonts.h"
 #include "UnicodeNumerals.h"
+#include "WindowPlacement.h"
 
 #include <QCloseEvent>
-#include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLocale>
 #include <QPushButton>
-#include <QScreen>
 #include <QTextBoundaryFinder>
 #include <QVBoxLayout>
 #include <QWindow>
@@ -117,13 +116,9 @@ void PairCodeWindowController::show(const QString& code, const QDateTime& expire
     if (over != nullptr) {
         attachedTo = over;
         attach(*over);
-        const QRect frame = window.frameGeometry();
-        const QPoint centre = over->frameGeometry().center();
-        window.move(centre.x() - frame.width() / 2, centre.y() - frame.height() / 2);
-    } else if (const QScreen* screen = QGuiApplication::primaryScreen()) {
-        const QRect frame = window.frameGeometry();
-        const QPoint centre = screen->availableGeometry().center();
-        window.move(centre.x() - frame.width() / 2, centre.y() - frame.height() / 2);
+        WindowPlacement::centreOver(window, *over);
+    } else {
+        WindowPlacement::centreOnScreen(window);
     }
     window.show();
     window.raise();

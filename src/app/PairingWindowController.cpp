@@ -5,6 +5,7 @@
 #include "PlatformWords.h"
 #include "SystemColors.h"
 #include "SystemFonts.h"
+#include "WindowPlacement.h"
 
 #include <QCheckBox>
 #include <QHBoxLayout>
@@ -27,6 +28,7 @@ PairingWindowController::PairingWindowController()
                           Qt::WindowMinimizeButtonHint | Qt::WindowMaximizeButtonHint | Qt::WindowCloseButtonHint);
     window.resize(width, height);
     window.setMinimumSize(minimumWidth, minimumHeight);
+    WindowPlacement::centreOnScreen(window);
 
     errorLabel = new QLabel(QString(), &window);
     addPhoneButton = new QPushButton(QStringLiteral("Generate pairing code"), &window);
