@@ -83,6 +83,16 @@ TEST_F(AppDelegateTest, PlainStartShowsTheWindowCentred) {
     EXPECT_LE(std::abs(centre.y() - screenCentre.y()), 1);
 }
 
+TEST_F(AppDelegateTest, PresentingAHiddenWindowCentresIt) {
+    AppDelegate& delegate = shell.launch({QStringLiteral("--background")});
+    shell.mainWindow().move(5, 5);
+    delegate.showWindow();
+    const QPoint centre = shell.mainWindow().frameGeometry().center();
+    const QPoint screenCentre = QGuiApplication::primaryScreen()->availableGeometry().center();
+    EXPECT_LE(std::abs(centre.x() - screenCentre.x()), 1);
+    EXPECT_LE(std::abs(centre.y() - screenCentre.y()), 1);
+}
+
 TEST_F(AppDelegateTest, PresentingAVisibleWindowDoesNotMoveIt) {
     AppDelegate& delegate = shell.launch();
     shell.mainWindow().move(10, 20);
