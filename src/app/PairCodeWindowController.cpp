@@ -114,7 +114,7 @@ void PairCodeWindowController::show(const QString& code, const QDateTime& expire
     statusLabel->setText(expiryLine(expiresAt));
     QWidget& window = *windowWidget;
     if (over != nullptr) {
-        attachedTo = over;
+        parentWindow = over;
         attach(*over);
         WindowPlacement::centreOver(window, *over);
     } else {
@@ -137,7 +137,7 @@ void PairCodeWindowController::attach(QWidget& over) {
 
 void PairCodeWindowController::detach() {
     QWindow* handle = windowWidget->windowHandle();
-    if (handle != nullptr && attachedTo && handle->transientParent() == attachedTo->windowHandle()) {
+    if (handle != nullptr && parentWindow && handle->transientParent() == parentWindow->windowHandle()) {
         handle->setTransientParent(nullptr);
     }
 }
@@ -174,7 +174,7 @@ bool PairCodeWindowController::eventFilter(QObject* watched, QEvent* event) {
 
 void PairCodeWindowController::windowWillClose() {
     detach();
-    attachedTo.clear();
+    parentWindow.clear();
     SystemColors::setTextColor(*statusLabel, SystemColors::secondaryLabel());
     if (onClose) {
         onClose();

@@ -133,7 +133,7 @@ TEST_F(PairCodeWindowTest, ShowsTheCodeCentredOverItsParent) {
     EXPECT_TRUE(window().isVisible());
     EXPECT_EQ(controller.codeLabel->text(), QStringLiteral("482  913"));
     EXPECT_TRUE(controller.statusLabel->text().startsWith(QStringLiteral("Expires at 3:42")));
-    EXPECT_EQ(controller.parentWindow(), &parent);
+    EXPECT_EQ(controller.parentWindow.data(), &parent);
     ASSERT_NE(window().windowHandle(), nullptr);
     EXPECT_EQ(window().windowHandle()->transientParent(), parent.windowHandle());
     const QPoint centre = window().frameGeometry().center();
@@ -145,7 +145,7 @@ TEST_F(PairCodeWindowTest, ShowsTheCodeCentredOverItsParent) {
 TEST_F(PairCodeWindowTest, WithoutAParentItIsCentredOnTheScreen) {
     controller.show(QStringLiteral("482913"), expiry(), nullptr);
     QCoreApplication::processEvents();
-    EXPECT_EQ(controller.parentWindow(), nullptr);
+    EXPECT_EQ(controller.parentWindow.data(), nullptr);
     EXPECT_EQ(window().windowHandle()->transientParent(), nullptr);
     const QPoint centre = window().frameGeometry().center();
     const QPoint screenCentre = QGuiApplication::primaryScreen()->availableGeometry().center();
@@ -170,7 +170,7 @@ TEST_F(PairCodeWindowTest, CloseButtonClosesAndDetaches) {
     QTest::mouseClick(&closeButton(), Qt::LeftButton);
     EXPECT_FALSE(window().isVisible());
     EXPECT_EQ(closes, 1);
-    EXPECT_EQ(controller.parentWindow(), nullptr);
+    EXPECT_EQ(controller.parentWindow.data(), nullptr);
     EXPECT_EQ(window().windowHandle()->transientParent(), nullptr);
     // Code and status stay until the next show.
     EXPECT_EQ(controller.codeLabel->text(), QStringLiteral("482  913"));
@@ -251,7 +251,7 @@ TEST_F(PairCodeWindowTest, AParentThatWentAwayIsNotDetachedFrom) {
     shortLived->show();
     controller.show(QStringLiteral("482913"), expiry(), shortLived.get());
     shortLived.reset();
-    EXPECT_EQ(controller.parentWindow(), nullptr);
+    EXPECT_EQ(controller.parentWindow.data(), nullptr);
     window().close();
     EXPECT_EQ(closes, 1);
     EXPECT_FALSE(window().isVisible());
