@@ -1,0 +1,124 @@
+#include "HttpSession.h"
+
+#include "ComputerConnections.h"
+#include "ComputerSocket.h"
+
+#include <boost/beast/http/read.hpp>
+#include <boost/beast/http/write.hpp>
+#include <boost/beast/ssl.hpp>
+#include <boost/beast/websocket/rfc6455.hpp>
+
+#include <chrono>
+
+namespace keyferry::service {
+namespace {
+
+namespace beast = boost::beast;
+namespace http = beast::http;
+
+constexpr auto handshakeTimeout = std::chrono::seconds(15);
+constexpr auto requestTimeout = std::chrono::seconds(30);
+
+std::string addressOf(const boost::asio::ip::tcp::socket& socket) {
+    beast::error_code error;
+    const auto endpoint = socket.remote_endpoint(error);
+    return error ? std::string("unknown") : endpoint.address().to_string();
+}
+
+} // namespace
+
+HttpSession::HttpSession(boost::asio::ip::tcp::socket&& socket, boost::asio::ssl::context& tls, ApiRouter& router,
+                         ServiceCore& core, ComputerConnections& connections)
+    : stream_(std::move(socket), tls), router_(router), core_(core), connections_(connections),
+      clientAddress_(addressOf(beast::get_lowest_layer(stream_).socket())) {}
+
+void HttpSession::start() {
+    beast::get_lowest_layer(stream_).expires_after(handshakeTimeout);
+    stream_.async_handshake(boost::asio::ssl::stream_base::server,
+                            [self = shared_from_this()](beast::error_code error) { self->onHandshake(error); });
+}
+
+void HttpSession::onHandshake(beast::error_code error) {
+    if (!error) {
+        readRequest();
+    }
+}
+
+void HttpSession::readRequest() {
+    parser_.emplace();
+    parser_->header_limit(maxHeader);
+    parser_->body_limit(maxBody);
+    beast::get_lowest_layer(stream_).expires_after(requestTimeout);
+    http::async_read(stream_, buffer_, *parser_,
+                     [self = shared_from_this()](beast::error_code error, std::size_t) { self->onRead(error); });
+}
+
+void HttpSession::onRead(beast::error_code error) {
+    if (error == http::error::body_limit) {
+        respond(ApiRouter::errorResponse(parser_->get(), 413, "The request body is larger than 64 KiB."));
+        return;
+    }
+    if (error == http::error::header_limit) {
+        respond(ApiRouter::errorResponse(parser_->get(), 431, "The request header is larger than 8 KiB."));
+        return;
+    }
+    if (error == http::error::end_of_stream || error == beast::error::timeout) {
+        shutdown();
+        return;
+    }
+    if (error) {
+        if (error.category() == beast::error_code(http::error::bad_target).category()) {
+            respond(ApiRouter::errorResponse(parser_->get(), 400, "The request is not valid HTTP."));
+        }
+        return;
+    }
+    if (isComputerUpgrade()) {
+        upgradeComputer();
+        return;
+    }
+    respond(router_.handle(parser_->get(), clientAddress_));
+}
+
+bool HttpSession::isComputerUpgrade() const {
+    const auto& request = parser_->get();
+    const std::string_view target = request.target();
+    return beast::websocket::is_upgrade(request) && target.substr(0, target.find('?')) == "/v1/computers/connect";
+}
+
+void HttpSession::upgradeComputer() {
+    auto request = parser_->release();
+    const auto computerId = core_.authenticateComputer(ApiRouter::bearerToken(request));
+    if (!computerId) {
+        respond(ApiRouter::errorResponse(request, 401, "The credential is not valid."));
+        return;
+    }
+    const auto socket = std::make_shared<ComputerSocket>(std::move(stream_), *computerId, core_, connections_);
+    socket->start(std::move(request));
+}
+
+void HttpSession::respond(ApiRouter::Response response) {
+    const bool keepAlive = response.keep_alive();
+    response_ = std::move(response);
+    http::async_write(stream_, *response_, [self = shared_from_this(), keepAlive](beast::error_code error, std::size_t) {
+        self->onWrite(error, keepAlive);
+    });
+}
+
+void HttpSession::onWrite(beast::error_code error, bool keepAlive) {
+    response_.reset();
+    if (error) {
+        return;
+    }
+    if (keepAlive) {
+        readRequest();
+    } else {
+        shutdown();
+    }
+}
+
+void HttpSession::shutdown() {
+    beast::get_lowest_layer(stream_).expires_after(handshakeTimeout);
+    stream_.async_shutdown([self = shared_from_this()](beast::error_code) {});
+}
+
+} // namespace keyferry::service
