@@ -55,6 +55,7 @@ void HttpSession::readRequest() {
 
 void HttpSession::onRead(beast::error_code error) {
     if (error == http::error::body_limit) {
+        drainAfterResponse_ = true;
         respond(ApiRouter::errorResponse(parser_->get(), 413, "The request body is larger than 64 KiB."));
         return;
     }
@@ -111,9 +112,29 @@ void HttpSession::onWrite(beast::error_code error, bool keepAlive) {
     }
     if (keepAlive) {
         readRequest();
+    } else if (drainAfterResponse_) {
+        drainThenShutdown(0);
     } else {
         shutdown();
     }
+}
+
+// A client still sending a refused body would get a reset instead of the answer if the connection closed
+// with its bytes unread; so they are read and dropped for a while first (up to 1 MiB, 5 seconds).
+void HttpSession::drainThenShutdown(std::size_t drained) {
+    constexpr std::size_t drainLimit = 1024 * 1024;
+    if (drained == 0) {
+        beast::get_lowest_layer(stream_).expires_after(std::chrono::seconds(5));
+    }
+    buffer_.consume(buffer_.size());
+    stream_.async_read_some(buffer_.prepare(16 * 1024), [self = shared_from_this(), drained](beast::error_code error,
+                                                                                              std::size_t size) {
+        if (!error && drained + size < drainLimit) {
+            self->drainThenShutdown(drained + size);
+        } else {
+            self->shutdown();
+        }
+    });
 }
 
 void HttpSession::shutdown() {

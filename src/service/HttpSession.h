@@ -39,6 +39,7 @@ private:
     void upgradeComputer();
     void respond(ApiRouter::Response response);
     void onWrite(boost::beast::error_code error, bool keepAlive);
+    void drainThenShutdown(std::size_t drained);
     void shutdown();
 
     TlsStream stream_;
@@ -49,6 +50,7 @@ private:
     boost::beast::flat_buffer buffer_;
     std::optional<boost::beast::http::request_parser<boost::beast::http::string_body>> parser_;
     std::optional<ApiRouter::Response> response_;
+    bool drainAfterResponse_ = false;
 };
 
 } // namespace keyferry::service
