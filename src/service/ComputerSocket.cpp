@@ -4,8 +4,6 @@
 #include "ServiceCore.h"
 
 #include <boost/beast/core/buffers_to_string.hpp>
-#include <boost/beast/ssl.hpp>
-#include <boost/beast/websocket/ssl.hpp>
 #include <nlohmann/json.hpp>
 
 #include <chrono>
@@ -18,6 +16,8 @@ namespace websocket = beast::websocket;
 using nlohmann::json;
 
 constexpr std::size_t maxIncomingFrame = 16 * 1024;
+// What a pending read reserves. Acknowledgements fit; a longer frame simply arrives in several pieces.
+constexpr std::size_t readPiece = 256;
 
 websocket::close_reason closeReasonOf(ComputerSocket::CloseReason reason) {
     switch (reason) {
@@ -38,8 +38,6 @@ ComputerSocket::ComputerSocket(TlsStream&& stream, std::string computerId, Servi
     : socket_(std::move(stream)), computerId_(std::move(computerId)), core_(core), connections_(connections) {}
 
 void ComputerSocket::start(UpgradeRequest request) {
-    // Beast's websocket keeps its own timers; the TCP layer's would cut idle computers off.
-    beast::get_lowest_layer(socket_).expires_never();
     websocket::stream_base::timeout timeouts{};
     timeouts.handshake_timeout = std::chrono::seconds(30);
     timeouts.idle_timeout = std::chrono::seconds(60);
@@ -48,6 +46,8 @@ void ComputerSocket::start(UpgradeRequest request) {
     socket_.set_option(websocket::stream_base::decorator(
         [](websocket::response_type& response) { response.set(beast::http::field::server, "keyferry-service"); }));
     socket_.read_message_max(maxIncomingFrame);
+    // Server frames go out unmasked straight from the outbox; a small staging buffer is all that is needed.
+    socket_.write_buffer_bytes(512);
     upgrade_ = std::move(request);
     socket_.async_accept(*upgrade_, [self = shared_from_this()](beast::error_code error) { self->onAccept(error); });
 }
@@ -90,7 +90,7 @@ void ComputerSocket::close(CloseReason reason) {
 }
 
 void ComputerSocket::readNext() {
-    socket_.async_read(incoming_, [self = shared_from_this()](beast::error_code error, std::size_t) {
+    socket_.async_read_some(incoming_, readPiece, [self = shared_from_this()](beast::error_code error, std::size_t) {
         self->onRead(error);
     });
 }
@@ -100,9 +100,11 @@ void ComputerSocket::onRead(beast::error_code error) {
         end();
         return;
     }
-    handleFrame();
-    incoming_.consume(incoming_.size());
-    incoming_.shrink_to_fit();
+    if (socket_.is_message_done()) {
+        handleFrame();
+        incoming_.consume(incoming_.size());
+        incoming_.shrink_to_fit();
+    }
     readNext();
 }
 

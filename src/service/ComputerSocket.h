@@ -52,7 +52,7 @@ private:
     ServiceCore& core_;
     ComputerConnections& connections_;
     std::optional<UpgradeRequest> upgrade_;
-    boost::beast::flat_buffer incoming_;
+    boost::beast::flat_buffer incoming_{32 * 1024}; // above the frame limit, so that Beast refuses first
     std::vector<std::string> outbox_;
     std::int64_t lastSentSerial_ = 0;
     bool open_ = false;

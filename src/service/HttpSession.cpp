@@ -5,7 +5,6 @@
 
 #include <boost/beast/http/read.hpp>
 #include <boost/beast/http/write.hpp>
-#include <boost/beast/ssl.hpp>
 #include <boost/beast/websocket/rfc6455.hpp>
 
 #include <chrono>
@@ -29,13 +28,12 @@ std::string addressOf(const boost::asio::ip::tcp::socket& socket) {
 
 HttpSession::HttpSession(boost::asio::ip::tcp::socket&& socket, boost::asio::ssl::context& tls, ApiRouter& router,
                          ServiceCore& core, ComputerConnections& connections)
-    : stream_(std::move(socket), tls), router_(router), core_(core), connections_(connections),
-      clientAddress_(addressOf(beast::get_lowest_layer(stream_).socket())) {}
+    : stream_(std::move(socket), tls), deadline_(stream_.get_executor()), router_(router), core_(core), connections_(connections),
+      clientAddress_(addressOf(stream_.socket())) {}
 
 void HttpSession::start() {
-    beast::get_lowest_layer(stream_).expires_after(handshakeTimeout);
-    stream_.async_handshake(boost::asio::ssl::stream_base::server,
-                            [self = shared_from_this()](beast::error_code error) { self->onHandshake(error); });
+    armDeadline(handshakeTimeout);
+    stream_.async_handshake([self = shared_from_this()](beast::error_code error) { self->onHandshake(error); });
 }
 
 void HttpSession::onHandshake(beast::error_code error) {
@@ -48,7 +46,7 @@ void HttpSession::readRequest() {
     parser_.emplace();
     parser_->header_limit(maxHeader);
     parser_->body_limit(maxBody);
-    beast::get_lowest_layer(stream_).expires_after(requestTimeout);
+    armDeadline(requestTimeout);
     http::async_read(stream_, buffer_, *parser_,
                      [self = shared_from_this()](beast::error_code error, std::size_t) { self->onRead(error); });
 }
@@ -63,7 +61,7 @@ void HttpSession::onRead(beast::error_code error) {
         respond(ApiRouter::errorResponse(parser_->get(), 431, "The request header is larger than 8 KiB."));
         return;
     }
-    if (error == http::error::end_of_stream || error == beast::error::timeout) {
+    if (error == http::error::end_of_stream) {
         shutdown();
         return;
     }
@@ -93,6 +91,7 @@ void HttpSession::upgradeComputer() {
         respond(ApiRouter::errorResponse(request, 401, "The credential is not valid."));
         return;
     }
+    deadline_.cancel();
     const auto socket = std::make_shared<ComputerSocket>(std::move(stream_), *computerId, core_, connections_);
     socket->start(std::move(request));
 }
@@ -124,7 +123,7 @@ void HttpSession::onWrite(beast::error_code error, bool keepAlive) {
 void HttpSession::drainThenShutdown(std::size_t drained) {
     constexpr std::size_t drainLimit = 1024 * 1024;
     if (drained == 0) {
-        beast::get_lowest_layer(stream_).expires_after(std::chrono::seconds(5));
+        armDeadline(std::chrono::seconds(5));
     }
     buffer_.consume(buffer_.size());
     stream_.async_read_some(buffer_.prepare(16 * 1024), [self = shared_from_this(), drained](beast::error_code error,
@@ -138,8 +137,24 @@ void HttpSession::drainThenShutdown(std::size_t drained) {
 }
 
 void HttpSession::shutdown() {
-    beast::get_lowest_layer(stream_).expires_after(handshakeTimeout);
-    stream_.async_shutdown([self = shared_from_this()](beast::error_code) {});
+    armDeadline(handshakeTimeout);
+    stream_.async_shutdown([self = shared_from_this()](beast::error_code) {
+        self->deadline_.cancel();
+        beast::error_code ignored;
+        self->stream_.socket().shutdown(boost::asio::ip::tcp::socket::shutdown_both, ignored);
+        self->stream_.socket().close(ignored);
+    });
+}
+
+void HttpSession::armDeadline(std::chrono::seconds limit) {
+    deadline_.expires_after(limit);
+    deadline_.async_wait([weak = weak_from_this()](beast::error_code error) {
+        const auto self = weak.lock();
+        if (!error && self) {
+            beast::error_code ignored;
+            self->stream_.socket().close(ignored);
+        }
+    });
 }
 
 } // namespace keyferry::service

@@ -5,9 +5,11 @@
 
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/ssl/context.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http/parser.hpp>
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
@@ -41,8 +43,11 @@ private:
     void onWrite(boost::beast::error_code error, bool keepAlive);
     void drainThenShutdown(std::size_t drained);
     void shutdown();
+    // Closes the connection when the current step takes longer than `limit`.
+    void armDeadline(std::chrono::seconds limit);
 
     TlsStream stream_;
+    boost::asio::steady_timer deadline_;
     ApiRouter& router_;
     ServiceCore& core_;
     ComputerConnections& connections_;

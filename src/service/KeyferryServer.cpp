@@ -56,6 +56,11 @@ void KeyferryServer::configureTls(const std::filesystem::path& chain, const std:
     SSL_CTX_set_min_proto_version(context, TLS1_2_VERSION);
     // Idle connections give their TLS record buffers back; this is what lets thousands of computers stay.
     SSL_CTX_set_mode(context, SSL_MODE_RELEASE_BUFFERS);
+    // A peer that vanishes without close_notify is an ordinary end here; renegotiation would let a write
+    // read from the socket behind a pending read's back.
+    SSL_CTX_set_options(context, SSL_OP_IGNORE_UNEXPECTED_EOF | SSL_OP_NO_RENEGOTIATION);
+    // Resumption works through session tickets, so no session of each connection is kept in a cache.
+    SSL_CTX_set_session_cache_mode(context, SSL_SESS_CACHE_OFF);
     tls_.set_options(boost::asio::ssl::context::default_workarounds | boost::asio::ssl::context::no_compression |
                      boost::asio::ssl::context::single_dh_use);
     tls_.use_certificate_chain_file(chain.string());

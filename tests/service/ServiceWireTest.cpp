@@ -335,6 +335,22 @@ TEST_F(ServiceWireTest, ARepeatedAcknowledgementChangesNothing) {
     EXPECT_EQ((*frame)["id"], next);
 }
 
+TEST_F(ServiceWireTest, AFrameLongerThanOneReadIsStillUnderstood) {
+    const auto [computer, phone] = pairedComputer();
+    auto socket = connectComputer(computer);
+    const std::string id = sendText(phone, "long ack");
+    ASSERT_TRUE(socket->read());
+    socket->send(json{{"type", "ack"}, {"id", id}, {"note", std::string(5000, 'x')}});
+    EXPECT_TRUE(eventuallyState(phone, id, "typed"));
+}
+
+TEST_F(ServiceWireTest, AnOversizedFrameClosesTheSocket) {
+    const auto [computer, phone] = pairedComputer();
+    auto socket = connectComputer(computer);
+    socket->send(json{{"type", "ack"}, {"id", std::string(20 * 1024, 'x')}});
+    EXPECT_EQ(socket->waitForClose(), 1009);
+}
+
 TEST_F(ServiceWireTest, PhoneChangesAreAnnouncedOnTheSocket) {
     const auto [computer, phone] = pairedComputer();
     auto socket = connectComputer(computer);
