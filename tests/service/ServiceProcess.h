@@ -1,8 +1,9 @@
 #pragma once
 
-#include <sys/types.h>
+#include "ChildProcess.h"
 
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -15,20 +16,15 @@ class ServiceProcess {
 public:
     ServiceProcess(const std::filesystem::path& program, const std::filesystem::path& dataFolder,
                    const std::vector<std::string>& extraArguments = {});
-    ~ServiceProcess();
-    ServiceProcess(const ServiceProcess&) = delete;
-    ServiceProcess& operator=(const ServiceProcess&) = delete;
 
     unsigned short port() const { return port_; }
     std::filesystem::path authority() const { return authority_; }
-    pid_t pid() const { return pid_; }
+    pid_t pid() const { return process_->pid(); }
     // Ends the process at once, as a crash or power cut would; returns when it is gone.
     void kill();
 
 private:
-    void stop(int signal);
-
-    pid_t pid_ = -1;
+    std::unique_ptr<ChildProcess> process_;
     unsigned short port_ = 0;
     std::filesystem::path authority_;
 };
