@@ -60,8 +60,4 @@ struct RemovePhoneResponse {
     static std::optional<RemovePhoneResponse> decode(std::string_view json);
 };
 
-// Request bodies, as compact JSON objects.
-std::string pairStartBody(std::string_view computerName, std::string_view platform);
-std::string removePhoneBody(std::string_view pairingId);
-
 } // namespace keyferry

@@ -16,6 +16,8 @@
 #include "TextInjector.h"
 #include "WebSocketTask.h"
 
+#include <nlohmann/json_fwd.hpp>
+
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -46,6 +48,8 @@ struct CompanionServicePorts {
 // Public operations may be called from any thread and only enqueue work on the service's serial queue;
 // every field is read and written on that queue only. Callbacks are set on the main thread and always
 // run there, asynchronously, in the order the service produced them; an unset callback drops its report.
+// Failures never throw: the user learns of them only through onError's one line of text. stop() is the
+// orderly shutdown; destroying the service sends nothing, and work still queued for it is dropped.
 class CompanionService : public std::enable_shared_from_this<CompanionService> {
 public:
     using PairCodeExpiry = std::chrono::system_clock::time_point;
@@ -57,6 +61,7 @@ public:
 
     CompanionService(const CompanionService&) = delete;
     CompanionService& operator=(const CompanionService&) = delete;
+    ~CompanionService() = default;
 
     std::function<void(CompanionConnectionState)> onStateChange;
     std::function<void(const std::string& code, PairCodeExpiry expiresAt)> onPairCode;
@@ -75,50 +80,80 @@ public:
 
 private:
     using Task = std::shared_ptr<WebSocketTask>;
+    using WeakTask = std::weak_ptr<WebSocketTask>;
+    using Work = std::function<void(CompanionService&)>;
+    template <typename Record>
+    using Completion = std::function<void(CompanionService&, RequestResult<Record>)>;
 
-    CompanionService(const CompanionServicePorts& ports, std::string baseURL, std::string computerName);
+    // Only make() builds a service, so that it is always owned by a shared_ptr.
+    struct ConstructionKey {
+        explicit ConstructionKey() = default;
+    };
 
+public:
+    CompanionService(ConstructionKey, const CompanionServicePorts& ports, std::string serviceURL,
+                     std::string nameOfThisComputer);
+
+private:
     // Service state, callbacks and threading.
-    void enqueue(std::function<void(CompanionService&)> work);
-    void dispatchMain(std::function<void(CompanionService&)> report);
+    void enqueue(Work work);
+    void dispatchMain(Work report);
     void setState(CompanionConnectionState newState);
     void reportError(std::string text);
+    void notify(std::function<void()> CompanionService::*callback);
     void assertOnQueue() const;
 
     // Socket session and message handling.
     void connectIfPermitted();
     void connect();
+    std::optional<std::string> socketURL() const;
     void receiveNext(const Task& task);
+    void handleReceived(const WeakTask& weakTask, WebSocketReceiveResult result);
     void handle(const WebSocketMessage& message, const Task& task);
     void handleInsertText(const ServerMessage& message, const Task& task);
     void sendReply(const SocketReply& reply, const Task& task);
 
     // Heartbeat, connection loss and reconnection.
     void startHeartbeat(const Task& task);
+    void ping(const WeakTask& weakTask);
     void stopHeartbeat();
     void handleConnectionLoss(const Task& task);
+    void decideAfterLoss(const RequestResult<PairStatusResponse>& answer);
     void withdrawPairing();
     void scheduleReconnect();
     void cancelConnection();
 
-    // Request layer.
+    // Request layer. Completions of perform() and fetchPairStatus() run on the HTTP client's thread;
+    // onQueue() wraps a handler so that it runs on the service's queue instead.
     std::string urlFor(const std::string& path) const;
+    HttpRequest request(const std::string& path, const std::string& method) const;
+    static std::optional<std::string> jsonBody(const nlohmann::json& body);
     HttpRequest authorizedRequest(const std::string& path, const std::string& method,
-                                  const std::optional<std::string>& body);
+                                  const std::optional<nlohmann::json>& body);
     template <typename Record>
     void perform(HttpRequest request, std::function<void(RequestResult<Record>)> completion);
     void fetchPairStatus(const std::string& token, std::function<void(RequestResult<PairStatusResponse>)> completion);
+    template <typename Record>
+    std::function<void(RequestResult<Record>)> onQueue(Completion<Record> handler);
 
     // Pairing flow.
     void requestPairingCodeNow();
-    void handlePairingCodeReply(RequestResult<PairingResponse> result, bool wasPaired);
+    void handlePairingCodeReply(const RequestResult<PairingResponse>& result, bool wasPaired);
+    void handleFirstPairingCode(const PairingResponse& response);
     void dispatchPairCode(const PairingResponse& response);
+    bool pollMayContinue(const std::string& token, bool expectPaired);
     void pollInitialPairing(const std::string& token);
+    void handleInitialPairingStatus(const RequestResult<PairStatusResponse>& result, const std::string& token);
     void pollAdditionalPairing(const std::string& token, std::int64_t expiresAt);
+    void handleAdditionalPairingStatus(const RequestResult<PairStatusResponse>& result, const std::string& token,
+                                       std::int64_t expiresAt);
+    void failPairing(const std::string& text);
 
     // Phone list and removal.
     void refreshPhonesNow(bool reportErrors);
+    void handlePhonesReply(const RequestResult<PairedPhonesResponse>& result, bool reportErrors);
     void removePhoneNow(const std::string& pairingId);
+    void dispatchPhones(std::vector<PairedPhone> phones);
 
     CompanionStore store;
     SerialQueue& queue;

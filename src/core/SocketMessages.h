@@ -18,6 +18,8 @@ struct ServerMessage {
 };
 
 // One frame to the service, encoded compactly; "id" and "at" are written only when present.
+// encode() gives the empty string when the reply cannot be written (a member that is not valid UTF-8);
+// such a reply is not sent.
 struct SocketReply {
     std::string type;
     std::optional<std::string> id;

@@ -3,6 +3,7 @@
 #include "AccessibilityProbe.h"
 #include "KeyboardPoster.h"
 
+#include <string>
 #include <string_view>
 
 namespace keyferry {
@@ -14,8 +15,12 @@ public:
     TextInjector(KeyboardPoster& poster, AccessibilityProbe& accessibility);
 
     // True when all of the (UTF-8) text was posted, or there was nothing to type; false without the
-    // permission or when an event could not be posted (earlier chunks stay typed).
+    // permission or when an event could not be posted (earlier chunks stay typed). Bytes that are not
+    // valid UTF-8 are typed as U+FFFD, one per maximal ill-formed sequence, rather than dropped.
     bool insert(std::string_view text);
+
+    // The same for text already in UTF-16 code units, passed on as they are (a lone surrogate included).
+    bool insert(std::u16string_view text);
 
 private:
     bool postUnicode(const std::u16string& units);

@@ -1,0 +1,174 @@
+#include "PairCodeWindowController.h"
+
+#include "Assets.h"
+#include "ShellScheduler.h"
+#include "SystemColors.h"
+#include "SystemFonts.h"
+
+#include <QCloseEvent>
+#include <QGuiApplication>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLocale>
+#include <QPushButton>
+#include <QScreen>
+#include <QVBoxLayout>
+#include <QWindow>
+
+namespace keyferry {
+
+PairCodeWindowController::PairCodeWindowController(ShellScheduler& shellScheduler)
+    : codeLabel(nullptr), statusLabel(nullptr), scheduler(shellScheduler), windowWidget(std::make_unique<QWidget>()) {
+    QWidget& window = *windowWidget;
+    window.setWindowTitle(QStringLiteral("Pair a phone"));
+    window.setWindowFlags(Qt::Window | Qt::WindowTitleHint | Qt::WindowSystemMenuHint | Qt::WindowCloseButtonHint |
+                          Qt::CustomizeWindowHint);
+    window.setFixedSize(width, height);
+    window.installEventFilter(this);
+    codeLabel = new QLabel(QStringLiteral("------"), &window);
+    statusLabel = new QLabel(QStringLiteral("Waiting for your phone..."), &window);
+    configureWindow();
+}
+
+PairCodeWindowController::~PairCodeWindowController() {
+    if (windowWidget) {
+        windowWidget->removeEventFilter(this);
+    }
+}
+
+void PairCodeWindowController::configureWindow() {
+    QWidget& window = *windowWidget;
+
+    auto* icon = new QLabel(&window);
+    icon->setFixedSize(42, 42);
+    icon->setPixmap(Assets::appIcon().pixmap(QSize(42, 42), window.devicePixelRatioF()));
+    icon->setScaledContents(false);
+    icon->setAlignment(Qt::AlignCenter);
+    auto* title = new QLabel(QStringLiteral("Pair a phone"), &window);
+    title->setFont(SystemFonts::system(24, QFont::DemiBold));
+    auto* header = new QHBoxLayout;
+    header->setSpacing(12);
+    header->addWidget(icon, 0, Qt::AlignVCenter);
+    header->addWidget(title, 0, Qt::AlignVCenter);
+
+    codeLabel->setFont(SystemFonts::monospacedDigit(42, QFont::DemiBold));
+    codeLabel->setAlignment(Qt::AlignCenter);
+    codeLabel->setTextFormat(Qt::PlainText);
+    statusLabel->setFont(SystemFonts::system(13));
+    statusLabel->setAlignment(Qt::AlignCenter);
+    statusLabel->setTextFormat(Qt::PlainText);
+    SystemColors::setTextColor(*statusLabel, SystemColors::secondaryLabel());
+
+    auto* closeButton = new QPushButton(QStringLiteral("Close"), &window);
+    closeButton->setFixedWidth(120);
+    closeButton->setAutoDefault(false);
+    connect(closeButton, &QPushButton::clicked, this, &PairCodeWindowController::closeWindow);
+
+    auto* column = new QVBoxLayout(&window);
+    column->setContentsMargins(30, 0, 30, 0);
+    column->setSpacing(18);
+    column->addStretch(1);
+    column->addLayout(header);
+    column->setAlignment(header, Qt::AlignHCenter);
+    column->addWidget(codeLabel);
+    column->addWidget(statusLabel);
+    column->addWidget(closeButton, 0, Qt::AlignHCenter);
+    column->addStretch(1);
+}
+
+QString PairCodeWindowController::formattedCode(const QString& code) {
+    QList<char32_t> numerals;
+    for (const char32_t character : code.toUcs4()) {
+        if (QChar::isNumber(character)) {
+            numerals.append(character);
+        }
+    }
+    if (numerals.size() != 6) {
+        return code;
+    }
+    return QString::fromUcs4(numerals.constData(), 3) + QStringLiteral("  ") +
+           QString::fromUcs4(numerals.constData() + 3, 3);
+}
+
+QString PairCodeWindowController::expiryLine(const QDateTime& expiresAt) {
+    return QStringLiteral("Expires at ") + QLocale().toString(expiresAt.toLocalTime().time(), QLocale::ShortFormat);
+}
+
+void PairCodeWindowController::show(const QString& code, const QDateTime& expiresAt, QWidget* over) {
+    SystemColors::setTextColor(*statusLabel, SystemColors::secondaryLabel());
+    codeLabel->setText(formattedCode(code));
+    statusLabel->setText(expiryLine(expiresAt));
+    QWidget& window = *windowWidget;
+    if (over != nullptr) {
+        attachedTo = over;
+        attach(*over);
+        const QRect frame = window.frameGeometry();
+        const QPoint centre = over->frameGeometry().center();
+        window.move(centre.x() - frame.width() / 2, centre.y() - frame.height() / 2);
+    } else if (const QScreen* screen = QGuiApplication::primaryScreen()) {
+        const QRect frame = window.frameGeometry();
+        const QPoint centre = screen->availableGeometry().center();
+        window.move(centre.x() - frame.width() / 2, centre.y() - frame.height() / 2);
+    }
+    window.show();
+    window.raise();
+    window.activateWindow();
+}
+
+void PairCodeWindowController::attach(QWidget& over) {
+    QWidget& window = *windowWidget;
+    window.winId();
+    over.winId();
+    QWindow* handle = window.windowHandle();
+    if (handle != nullptr && handle->transientParent() == nullptr) {
+        handle->setTransientParent(over.windowHandle());
+    }
+}
+
+void PairCodeWindowController::detach() {
+    QWindow* handle = windowWidget->windowHandle();
+    if (handle != nullptr && attachedTo && handle->transientParent() == attachedTo->windowHandle()) {
+        handle->setTransientParent(nullptr);
+    }
+}
+
+void PairCodeWindowController::setPaired() {
+    statusLabel->setText(QStringLiteral("Phone paired"));
+    QPointer<PairCodeWindowController> weakSelf(this);
+    scheduler.after(pairedCloseDelay, [weakSelf] {
+        if (weakSelf) {
+            weakSelf->close();
+        }
+    });
+}
+
+void PairCodeWindowController::closeWindow() {
+    close();
+}
+
+void PairCodeWindowController::close() {
+    if (windowWidget->isVisible()) {
+        windowWidget->close();
+    } else {
+        // A window already off screen gets no close event; its closing is still told, like any other.
+        windowWillClose();
+    }
+}
+
+bool PairCodeWindowController::eventFilter(QObject* watched, QEvent* event) {
+    if (watched == windowWidget.get() && event->type() == QEvent::Close) {
+        windowWillClose();
+    }
+    return QObject::eventFilter(watched, event);
+}
+
+void PairCodeWindowController::windowWillClose() {
+    detach();
+    attachedTo.clear();
+    SystemColors::setTextColor(*statusLabel, SystemColors::secondaryLabel());
+    if (onClose) {
+        onClose();
+    }
+}
+
+} // namespace keyferry

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <QDateTime>
+#include <QObject>
+#include <QPointer>
+#include <QString>
+
+#include <functional>
+#include <memory>
+
+class QLabel;
+class QWidget;
+
+namespace keyferry {
+
+class ShellScheduler;
+
+// The "Pair a phone" window: the application icon, the pairing code in large digits, a status line (the
+// expiry time, an error in red, or "Phone paired") and "Close". Shown over the main window as its child
+// (a transient window kept above it, centred on it) and detached again when it closes.
+//
+// Owns its window and labels (Qt parent ownership); created once and reused for every code; the scheduler
+// must outlive it. Main thread only.
+class PairCodeWindowController : public QObject {
+public:
+    static constexpr int width = 400;
+    static constexpr int height = 270;
+    static constexpr double pairedCloseDelay = 0.7;
+
+    explicit PairCodeWindowController(ShellScheduler& scheduler);
+    ~PairCodeWindowController() override;
+
+    // Called each time the window is about to close.
+    std::function<void()> onClose;
+
+    QLabel* codeLabel;
+    QLabel* statusLabel;
+
+    QWidget* window() const { return windowWidget.get(); }
+    QWidget* parentWindow() const { return attachedTo.data(); }
+
+    // Shows `code` (six numerals as 3 + two blanks + 3, anything else as received) and its expiry, over
+    // `over` when given, else centred on the screen.
+    void show(const QString& code, const QDateTime& expiresAt, QWidget* over);
+
+    // Says "Phone paired" and closes the window 0.7 seconds later.
+    void setPaired();
+
+    // The "Close" button.
+    void closeWindow();
+    void close();
+
+    // The code as shown: the numerals of a six-numeral code grouped 3 + 3, anything else unchanged.
+    static QString formattedCode(const QString& code);
+    // "Expires at " and the time in the locale's short time format.
+    static QString expiryLine(const QDateTime& expiresAt);
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
+private:
+    void configureWindow();
+    void windowWillClose();
+    void attach(QWidget& over);
+    void detach();
+
+    ShellScheduler& scheduler;
+    std::unique_ptr<QWidget> windowWidget;
+    QPointer<QWidget> attachedTo;
+};
+
+} // namespace keyferry

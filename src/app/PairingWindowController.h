@@ -1,0 +1,89 @@
+#pragma once
+
+#include "ApiRecords.h"
+#include "CompanionConnectionState.h"
+#include "PhoneCardView.h"
+
+#include <QObject>
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+class QCheckBox;
+class QLabel;
+class QPushButton;
+class QScrollArea;
+class QVBoxLayout;
+class QWidget;
+
+namespace keyferry {
+
+class FlippedView;
+
+// The main window, "Keyferry": the paired phones (each with a remove button), an error line, the
+// "Enable Accessibility" and "Generate pairing code" buttons and the "Open Keyferry at login" checkbox.
+// Pure presentation: user actions leave through the four closures; the shell writes `phones`,
+// `connectionState` and the controls, then calls renderPhones(). Closing the window only hides it.
+//
+// Owns its window and, through it, every control (Qt parent ownership); lives as long as the shell.
+// Main thread only.
+class PairingWindowController : public QObject {
+public:
+    static constexpr int width = 480;
+    static constexpr int height = 560;
+    static constexpr int minimumWidth = 420;
+    static constexpr int minimumHeight = 430;
+
+    PairingWindowController();
+    ~PairingWindowController() override;
+
+    std::function<void()> onCreateCode;
+    std::function<void(const PairedPhone&)> onRemovePhone;
+    std::function<void()> onRequestAccessibility;
+    std::function<void(bool)> onStartupChanged;
+    // Only used where the desktop has no tray: the window's own "Quit Keyferry" button.
+    std::function<void()> onQuit;
+
+    QVBoxLayout* devicesStack;
+    QLabel* errorLabel;
+    QPushButton* addPhoneButton;
+    QPushButton* accessibilityButton;
+    QCheckBox* startupCheckbox;
+    // The tray menu's state line and quit command, shown in the window where the desktop has no tray.
+    QLabel* stateLine;
+    QPushButton* quitButton;
+
+    std::vector<PairedPhone> phones;
+    CompanionConnectionState connectionState = CompanionConnectionState::unpaired;
+
+    QWidget* window() const { return windowWidget.get(); }
+    QScrollArea& scrollView() const { return *scrollArea; }
+
+    // Rebuilds the list from `phones` and `connectionState`: the placeholder, or one card per phone.
+    void renderPhones();
+
+    // The line every card shows, from `connectionState`.
+    PhoneStatus phoneStatus() const;
+
+    // Asks "Remove <name>?" in a modal warning; only "Remove" calls onRemovePhone.
+    void confirmRemoval(PairedPhone phone);
+
+    // Shows or hides the state line and "Quit Keyferry" (for a desktop without a tray).
+    void setTraylessControlsVisible(bool visible);
+
+    // The actions of the controls.
+    void createCode();
+    void requestAccessibility();
+    void startupChanged();
+
+private:
+    void configureWindow();
+    void clearStack();
+
+    std::unique_ptr<QWidget> windowWidget;
+    QScrollArea* scrollArea = nullptr;
+    FlippedView* flippedView = nullptr;
+};
+
+} // namespace keyferry

@@ -1,0 +1,46 @@
+#include "PlatformPorts.h"
+
+#include "SecretServiceBackend.h"
+#include "X11AccessibilityProbe.h"
+#include "XTestKeyboardPoster.h"
+
+#include <condition_variable>
+#include <mutex>
+
+namespace keyferry {
+
+PlatformPorts::PlatformPorts(const QtTrust& trust)
+    : queue("com.quillix.companion.connection"), http(queue, trust), webSockets(queue, trust),
+      secrets(makeSecretBackend()), keyboard(makeKeyboardPoster()), accessibilityProbe(makeAccessibilityProbe()) {}
+
+PlatformPorts::~PlatformPorts() = default;
+
+CompanionServicePorts PlatformPorts::ports() {
+    return {queue, mainThread, clock, http, webSockets, defaults, *secrets, *keyboard, *accessibilityProbe};
+}
+
+std::unique_ptr<SecretBackend> PlatformPorts::makeSecretBackend() {
+    return std::make_unique<SecretServiceBackend>();
+}
+
+std::unique_ptr<KeyboardPoster> PlatformPorts::makeKeyboardPoster() {
+    return std::make_unique<XTestKeyboardPoster>();
+}
+
+std::unique_ptr<AccessibilityProbe> PlatformPorts::makeAccessibilityProbe() {
+    return std::make_unique<X11AccessibilityProbe>();
+}
+
+void PlatformPorts::finishQueuedWork(std::chrono::milliseconds limit) {
+    auto state = std::make_shared<std::pair<std::mutex, std::condition_variable>>();
+    auto done = std::make_shared<bool>(false);
+    queue.post([state, done] {
+        const std::lock_guard lock(state->first);
+        *done = true;
+        state->second.notify_all();
+    });
+    std::unique_lock lock(state->first);
+    state->second.wait_for(lock, limit, [&done] { return *done; });
+}
+
+} // namespace keyferry

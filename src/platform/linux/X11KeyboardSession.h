@@ -1,0 +1,82 @@
+#pragma once
+
+#include "SpareKeycodePool.h"
+#include "X11Keymap.h"
+
+#include <X11/Xlib.h>
+
+#include <atomic>
+#include <chrono>
+#include <optional>
+#include <string_view>
+#include <unordered_set>
+#include <vector>
+
+namespace keyferry {
+
+// One X connection that types text with XTest: characters the layout has through their own keys, every other
+// character through a spare keycode bound to it (see SpareKeycodePool), and the spare keycodes given back
+// on request. Owned by XTestKeyboardPoster, which serialises every call; not thread-safe itself. Failures are
+// returned (false), never thrown; a lost X connection is reopened on the next call.
+class X11KeyboardSession {
+public:
+    struct Timing {
+        std::chrono::steady_clock::duration settle;
+        std::chrono::steady_clock::duration reuseGuard;
+        // The slowest client typing stays exact for: one that handles one key per this interval.
+        std::chrono::steady_clock::duration slowestKeyInterval;
+    };
+
+    explicit X11KeyboardSession(Timing timing);
+    ~X11KeyboardSession();
+    X11KeyboardSession(const X11KeyboardSession&) = delete;
+    X11KeyboardSession& operator=(const X11KeyboardSession&) = delete;
+
+    // Types the characters as key presses in order; false when no X display with XTest is reachable or the
+    // server refused a request (what was typed before stays typed).
+    bool type(std::u32string_view text);
+
+    // Writes the original symbols back on every borrowed keycode.
+    void restoreSpareKeycodes();
+
+    bool hasBindings() const;
+    // When the slowest client is expected to have read the last borrowed key typed.
+    std::optional<std::chrono::steady_clock::time_point> lastReadBy() const;
+    // When the last key was sent.
+    std::optional<std::chrono::steady_clock::time_point> lastSent() const { return sentAt; }
+
+private:
+    // What the user's own modifiers were, so the text is typed without them and they are put back after.
+    struct ModifierState {
+        std::vector<unsigned> heldKeycodes;
+        unsigned lockedMods = 0;
+        int group = 0;
+    };
+
+    bool connect();
+    void disconnect();
+    bool loadKeymap();
+    bool keymapChangedElsewhere();
+    void discardOwnNotifications();
+
+    ModifierState clearModifiers();
+    void restoreModifiers(const ModifierState& state);
+
+    bool typePrefix(std::u32string_view text, std::size_t& position, int group);
+    bool bindFor(std::u32string_view remaining, int group);
+    bool pressKeys(std::u32string_view text, std::size_t& position, int group);
+    bool writeSpareKeycodes(std::vector<unsigned> keycodes);
+    std::vector<unsigned long> intendedSymbols(unsigned keycode) const;
+    std::optional<KeyStroke> strokeFor(char32_t character, int group);
+
+    Timing timing;
+    Display* display = nullptr;
+    std::atomic<bool> connectionLost{false};
+    int xkbEventBase = 0;
+    std::optional<X11Keymap> keymap;
+    std::optional<SpareKeycodePool> pool;
+    std::chrono::steady_clock::time_point slowestReader;
+    std::optional<std::chrono::steady_clock::time_point> sentAt;
+};
+
+} // namespace keyferry

@@ -1,0 +1,98 @@
+#include "QtSerialQueue.h"
+
+#include "QtRepeatingTimer.h"
+#include "QtWorkItem.h"
+
+#include <QMetaObject>
+
+#include <chrono>
+
+namespace keyferry {
+
+namespace {
+
+QtDeadlineQueue::TimePoint deadlineAfter(double seconds) {
+    const auto delay = std::chrono::duration<double>(std::max(seconds, 0.0));
+    return std::chrono::steady_clock::now() + std::chrono::duration_cast<std::chrono::nanoseconds>(delay);
+}
+
+} // namespace
+
+QtSerialQueue::QtSerialQueue(const std::string& name)
+    : thread_(std::make_unique<QThread>()), context_(std::make_unique<QObject>()) {
+    thread_->setObjectName(QString::fromStdString(name));
+    context_->moveToThread(thread_.get());
+    // Runs on the queue's thread after its event loop has ended.
+    QObject::connect(thread_.get(), &QThread::finished, context_.get(), [this] { releaseOnQueueThread(); },
+                     Qt::DirectConnection);
+    thread_->start();
+}
+
+QtSerialQueue::~QtSerialQueue() {
+    // The event loop may still deliver events already taken in hand after quit(): the flag stops them.
+    stopping_ = true;
+    thread_->quit();
+    thread_->wait();
+    context_.reset(); // drops the tasks still posted
+}
+
+void QtSerialQueue::releaseOnQueueThread() {
+    deadlines_.reset();
+    const auto children = context_->children();
+    for (QObject* child : children) {
+        delete child; // Qt parent ownership: the queue owns its children
+    }
+}
+
+void QtSerialQueue::post(std::function<void()> task) {
+    QMetaObject::invokeMethod(
+        context_.get(),
+        [this, task = std::move(task)] {
+            if (!stopping_) {
+                task();
+            }
+        },
+        Qt::QueuedConnection);
+}
+
+std::shared_ptr<WorkItem> QtSerialQueue::postAfter(double seconds, std::function<void()> task) {
+    auto item = std::make_shared<QtWorkItem>();
+    post([this, item, deadline = deadlineAfter(seconds), task = std::move(task)]() mutable {
+        deadlines().schedule(deadline, [item, task = std::move(task)] {
+            if (!item->isCancelled()) {
+                task();
+            }
+        });
+    });
+    return item;
+}
+
+std::shared_ptr<RepeatingTimer> QtSerialQueue::startTimer(double firstDeadline, double period,
+                                                          std::function<void()> handler) {
+    const auto periodLength =
+        std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::duration<double>(std::max(period, 0.0)));
+    auto timer = std::make_shared<QtRepeatingTimer>(periodLength, std::move(handler));
+    post([this, weakTimer = std::weak_ptr<QtRepeatingTimer>(timer), deadline = deadlineAfter(firstDeadline)] {
+        if (const auto alive = weakTimer.lock()) {
+            alive->scheduleTick(deadlines(), deadline);
+        }
+    });
+    return timer;
+}
+
+bool QtSerialQueue::isCurrent() const {
+    return QThread::currentThread() == thread_.get();
+}
+
+QObject& QtSerialQueue::context() {
+    return *context_;
+}
+
+QtDeadlineQueue& QtSerialQueue::deadlines() {
+    if (!deadlines_) {
+        deadlines_ = std::make_unique<QtDeadlineQueue>(stopping_);
+    }
+    return *deadlines_;
+}
+
+} // namespace keyferry

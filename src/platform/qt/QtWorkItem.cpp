@@ -1,0 +1,13 @@
+#include "QtWorkItem.h"
+
+namespace keyferry {
+
+void QtWorkItem::cancel() {
+    cancelled_ = true;
+}
+
+bool QtWorkItem::isCancelled() const {
+    return cancelled_;
+}
+
+} // namespace keyferry

@@ -1,0 +1,240 @@
+// Typing through TextInjector and the XTest poster into real X clients on a private Xvfb: the bytes a
+// client records must be exactly the bytes sent, line ends as typed.
+#include "HelperProcess.h"
+#include "MixedSampleText.h"
+#include "TextInjector.h"
+#include "X11AccessibilityProbe.h"
+#include "XTestKeyboardPoster.h"
+#include "XvfbDisplay.h"
+
+#include <gtest/gtest.h>
+// Xlib's macros (None, Bool, ...) clash with GoogleTest's names: included after it.
+#include <X11/XKBlib.h>
+#include <X11/Xlib.h>
+#include <X11/extensions/XTest.h>
+#include <X11/keysym.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <thread>
+#include <unistd.h>
+
+namespace keyferry {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr std::size_t sampleCharacters = 10000;
+
+std::string fileContents(const std::filesystem::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream contents;
+    contents << file.rdbuf();
+    return contents.str();
+}
+
+class XTestTypingTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        setenv("DISPLAY", display.name().c_str(), 1);
+        unsetenv("WAYLAND_DISPLAY");
+        output = std::filesystem::temp_directory_path() /
+                 ("keyferry-received-" + std::to_string(getpid()) + "-" + display.name().substr(1) + ".txt");
+    }
+
+    void TearDown() override {
+        receiver.reset();
+        std::filesystem::remove(output);
+    }
+
+    void startReceiver(const std::string& program, int millisecondsPerKey) {
+        receiver = std::make_unique<HelperProcess>(
+            std::vector<std::string>{program, output.string(), std::to_string(millisecondsPerKey)},
+            std::map<std::string, std::string>{{"QT_QPA_PLATFORM", "xcb"}, {"LC_ALL", "C.UTF-8"}});
+        ASSERT_EQ(receiver->readLine(20s), std::optional<std::string>("ready")) << program << " did not take the focus";
+    }
+
+    // What the receiver recorded once it has at least `bytes`, or once it stopped growing for a few seconds.
+    std::string received(std::size_t bytes) const {
+        std::size_t lastSize = 0;
+        auto lastGrowth = std::chrono::steady_clock::now();
+        while (std::chrono::steady_clock::now() - lastGrowth < 5s) {
+            const std::size_t size = std::filesystem::exists(output) ? std::filesystem::file_size(output) : 0;
+            if (size >= bytes) {
+                break;
+            }
+            if (size != lastSize) {
+                lastSize = size;
+                lastGrowth = std::chrono::steady_clock::now();
+            }
+            std::this_thread::sleep_for(20ms);
+        }
+        std::this_thread::sleep_for(100ms); // anything beyond the expected text would show up as a difference
+        return fileContents(output);
+    }
+
+    void expectTypedExactly(const std::string& text, XTestKeyboardPoster& poster) {
+        X11AccessibilityProbe probe;
+        TextInjector injector(poster, probe);
+        ASSERT_TRUE(injector.insert(text));
+        const std::string expected = withTypedLineEnds(text);
+        const std::string got = received(expected.size());
+        ASSERT_EQ(got.size(), expected.size());
+        EXPECT_TRUE(got == expected) << "first difference at byte "
+                                     << std::mismatch(got.begin(), got.end(), expected.begin()).first - got.begin();
+    }
+
+    XvfbDisplay display;
+    std::filesystem::path output;
+    std::unique_ptr<HelperProcess> receiver;
+};
+
+TEST_F(XTestTypingTest, XlibClientReceivesMixedTextExactly) {
+    startReceiver(KEYFERRY_XLIB_RECEIVER, 0);
+    XTestKeyboardPoster poster;
+    expectTypedExactly(mixedSampleText(sampleCharacters), poster);
+}
+
+TEST_F(XTestTypingTest, QtWidgetReceivesMixedTextExactly) {
+    startReceiver(KEYFERRY_QT_RECEIVER, 0);
+    XTestKeyboardPoster poster;
+    expectTypedExactly(mixedSampleText(sampleCharacters), poster);
+}
+
+TEST_F(XTestTypingTest, SlowQtWidgetReceivesMixedTextExactly) {
+    startReceiver(KEYFERRY_QT_RECEIVER, 5);
+    XTestKeyboardPoster poster;
+    expectTypedExactly(mixedSampleText(sampleCharacters), poster);
+}
+
+// More distinct characters than spare keycodes: bindings are recycled while typing.
+TEST_F(XTestTypingTest, TextWithMoreCharactersThanSpareKeycodesArrivesExactly) {
+    startReceiver(KEYFERRY_QT_RECEIVER, 0);
+    XTestKeyboardPoster::Timing fastClients;
+    fastClients.slowestKeyInterval = 0ms;
+    XTestKeyboardPoster poster(fastClients);
+    expectTypedExactly(manyScriptSampleText(sampleCharacters), poster);
+}
+
+// The user's Caps Lock and a Control key held down must neither change the text nor be lost.
+class UserModifiersTest : public XTestTypingTest {
+protected:
+    void SetUp() override {
+        XTestTypingTest::SetUp();
+        user = XOpenDisplay(display.name().c_str());
+        ASSERT_NE(user, nullptr);
+        control = XKeysymToKeycode(user, XK_Control_L);
+        XkbLockModifiers(user, XkbUseCoreKbd, LockMask, LockMask);
+        XTestFakeKeyEvent(user, control, True, CurrentTime);
+        XSync(user, False);
+    }
+
+    void TearDown() override {
+        XTestFakeKeyEvent(user, control, False, CurrentTime);
+        XkbLockModifiers(user, XkbUseCoreKbd, LockMask, 0);
+        XCloseDisplay(user);
+        XTestTypingTest::TearDown();
+    }
+
+    void expectModifiersStillActive() {
+        XkbStateRec state{};
+        XkbGetState(user, XkbUseCoreKbd, &state);
+        EXPECT_NE(state.locked_mods & LockMask, 0U) << "Caps Lock was not put back";
+        EXPECT_NE(state.base_mods & ControlMask, 0U) << "the held Control key was not put back";
+    }
+
+    Display* user = nullptr;
+    KeyCode control = 0;
+};
+
+TEST_F(UserModifiersTest, XlibClientReceivesExactTextWithCapsLockAndControlHeld) {
+    startReceiver(KEYFERRY_XLIB_RECEIVER, 0);
+    XTestKeyboardPoster poster;
+    expectTypedExactly(mixedSampleText(sampleCharacters), poster);
+    expectModifiersStillActive();
+}
+
+TEST_F(UserModifiersTest, QtWidgetReceivesExactTextWithCapsLockAndControlHeld) {
+    startReceiver(KEYFERRY_QT_RECEIVER, 0);
+    XTestKeyboardPoster poster;
+    expectTypedExactly(mixedSampleText(sampleCharacters), poster);
+    expectModifiersStillActive();
+}
+
+std::vector<KeySym> keyboardMapping(Display* connection) {
+    int minKeycode = 0;
+    int maxKeycode = 0;
+    XDisplayKeycodes(connection, &minKeycode, &maxKeycode);
+    int perKeycode = 0;
+    KeySym* raw = XGetKeyboardMapping(connection, static_cast<KeyCode>(minKeycode), maxKeycode - minKeycode + 1,
+                                      &perKeycode);
+    std::vector<KeySym> mapping(raw, raw + (maxKeycode - minKeycode + 1) * perKeycode);
+    XFree(raw);
+    return mapping;
+}
+
+TEST_F(XTestTypingTest, BorrowedKeycodesGetTheirSymbolsBackWhenTypingIdles) {
+    Display* observer = XOpenDisplay(display.name().c_str());
+    ASSERT_NE(observer, nullptr);
+    const auto original = keyboardMapping(observer);
+    startReceiver(KEYFERRY_XLIB_RECEIVER, 0);
+    XTestKeyboardPoster::Timing timing;
+    timing.slowestKeyInterval = 0ms;
+    timing.restoreAfter = 300ms;
+    XTestKeyboardPoster poster(timing);
+    expectTypedExactly("Grüße, 世界 👋🏽", poster);
+    EXPECT_NE(keyboardMapping(observer), original) << "the characters should have been bound to spare keycodes";
+    std::this_thread::sleep_for(1500ms);
+    EXPECT_EQ(keyboardMapping(observer), original);
+    XCloseDisplay(observer);
+}
+
+TEST_F(XTestTypingTest, BorrowedKeycodesGetTheirSymbolsBackAtDestruction) {
+    Display* observer = XOpenDisplay(display.name().c_str());
+    ASSERT_NE(observer, nullptr);
+    const auto original = keyboardMapping(observer);
+    startReceiver(KEYFERRY_XLIB_RECEIVER, 0);
+    {
+        XTestKeyboardPoster poster;
+        expectTypedExactly("Ça va? Ἀθῆναι", poster);
+    }
+    EXPECT_EQ(keyboardMapping(observer), original);
+    XCloseDisplay(observer);
+}
+
+TEST_F(XTestTypingTest, KeyferryTypeTypesStandardInputExactly) {
+    startReceiver(KEYFERRY_XLIB_RECEIVER, 0);
+    const std::string text = mixedSampleText(2000);
+    HelperProcess tool({KEYFERRY_TYPE_TOOL}, {}, text);
+    EXPECT_EQ(tool.waitForExit(60s), std::optional<int>(0));
+    const std::string expected = withTypedLineEnds(text);
+    EXPECT_TRUE(received(expected.size()) == expected);
+}
+
+TEST_F(XTestTypingTest, KeyferryTypeFailsClearlyWithoutDisplay) {
+    HelperProcess tool({KEYFERRY_TYPE_TOOL}, {{"DISPLAY", ""}, {"WAYLAND_DISPLAY", "wayland-0"}}, "hello");
+    const auto status = tool.waitForExit(30s);
+    ASSERT_TRUE(status.has_value());
+    EXPECT_NE(*status, 0);
+}
+
+TEST_F(XTestTypingTest, ProbeTrustsXvfbWithXTest) {
+    X11AccessibilityProbe probe;
+    EXPECT_TRUE(probe.isTrusted(false));
+    EXPECT_TRUE(probe.isTrusted(true));
+}
+
+TEST(X11AccessibilityProbeTest, WaylandSessionWithoutXIsNotTrusted) {
+    unsetenv("DISPLAY");
+    setenv("WAYLAND_DISPLAY", "wayland-0", 1);
+    X11AccessibilityProbe probe;
+    EXPECT_FALSE(probe.isTrusted(false));
+    EXPECT_FALSE(probe.isTrusted(true));
+}
+
+} // namespace
+} // namespace keyferry

@@ -1,0 +1,93 @@
+// A plain Xlib client that takes the keyboard focus and appends the text of every key press to a file, as a
+// text field would insert it (Return inserts a line feed). Arguments: output file, milliseconds to spend on
+// each key (a slow client). Prints "ready" once it has the focus; stops on SIGTERM.
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
+#include <X11/keysym.h>
+
+#include <chrono>
+#include <clocale>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <string>
+#include <thread>
+
+namespace {
+
+XIC createInputContext(Display* display, Window window) {
+    XSetLocaleModifiers("@im=none");
+    XIM method = XOpenIM(display, nullptr, nullptr, nullptr);
+    if (method == nullptr) {
+        return nullptr;
+    }
+    return XCreateIC(method, XNInputStyle, XIMPreeditNothing | XIMStatusNothing, XNClientWindow, window,
+                     XNFocusWindow, window, nullptr);
+}
+
+std::string textOf(XIC context, XKeyPressedEvent& event) {
+    char buffer[64];
+    KeySym keysym = NoSymbol;
+    Status status = 0;
+    const int length = Xutf8LookupString(context, &event, buffer, sizeof buffer, &keysym, &status);
+    if (keysym == XK_Return || keysym == XK_KP_Enter) {
+        return "\n";
+    }
+    if (status == XLookupChars || status == XLookupBoth) {
+        return std::string(buffer, static_cast<std::size_t>(length));
+    }
+    return {};
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 3) {
+        std::cerr << "usage: keyferry-xlib-receiver OUTPUT DELAY_MS\n";
+        return 2;
+    }
+    if (std::setlocale(LC_ALL, "C.UTF-8") == nullptr || !XSupportsLocale()) {
+        std::cerr << "no UTF-8 locale\n";
+        return 1;
+    }
+    const auto delay = std::chrono::milliseconds(std::atoi(argv[2]));
+    std::ofstream output(argv[1], std::ios::binary | std::ios::trunc);
+    Display* display = XOpenDisplay(nullptr);
+    if (display == nullptr || !output) {
+        std::cerr << "cannot open the display or the output file\n";
+        return 1;
+    }
+    const int screen = DefaultScreen(display);
+    const Window window = XCreateSimpleWindow(display, RootWindow(display, screen), 0, 0, 400, 300, 0,
+                                              BlackPixel(display, screen), WhitePixel(display, screen));
+    XSelectInput(display, window, KeyPressMask | FocusChangeMask | StructureNotifyMask);
+    XMapRaised(display, window);
+    XIC context = createInputContext(display, window);
+    if (context == nullptr) {
+        std::cerr << "no input context\n";
+        return 1;
+    }
+    bool announced = false;
+    while (true) {
+        XEvent event;
+        XNextEvent(display, &event);
+        if (XFilterEvent(&event, None)) {
+            continue;
+        }
+        if (event.type == MappingNotify) {
+            // What every Xlib client is told to do when the keyboard mapping changes.
+            XRefreshKeyboardMapping(&event.xmapping);
+        } else if (event.type == MapNotify) {
+            XSetInputFocus(display, window, RevertToParent, CurrentTime);
+        } else if (event.type == FocusIn && !announced) {
+            XSetICFocus(context);
+            announced = true;
+            std::cout << "ready" << std::endl;
+        } else if (event.type == KeyPress) {
+            output << textOf(context, event.xkey);
+            output.flush();
+            std::this_thread::sleep_for(delay);
+        }
+    }
+}
