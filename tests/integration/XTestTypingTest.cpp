@@ -51,9 +51,13 @@ protected:
         std::filesystem::remove(output);
     }
 
-    void startReceiver(const std::string& program, int millisecondsPerKey) {
+    void startReceiver(const std::string& program, int millisecondsPerKey, const std::string& option = {}) {
+        std::vector<std::string> arguments{program, output.string(), std::to_string(millisecondsPerKey)};
+        if (!option.empty()) {
+            arguments.push_back(option);
+        }
         receiver = std::make_unique<HelperProcess>(
-            std::vector<std::string>{program, output.string(), std::to_string(millisecondsPerKey)},
+            arguments,
             std::map<std::string, std::string>{{"QT_QPA_PLATFORM", "xcb"}, {"LC_ALL", "C.UTF-8"}});
         ASSERT_EQ(receiver->readLine(20s), std::optional<std::string>("ready")) << program << " did not take the focus";
     }
@@ -101,6 +105,14 @@ TEST_F(XTestTypingTest, XlibClientReceivesMixedTextExactly) {
 
 TEST_F(XTestTypingTest, QtWidgetReceivesMixedTextExactly) {
     startReceiver(KEYFERRY_QT_RECEIVER, 0);
+    XTestKeyboardPoster poster;
+    expectTypedExactly(mixedSampleText(sampleCharacters), poster);
+}
+
+// A client that lags seconds behind reads the borrowed keys long after they were bound; it must learn of every
+// keymap change in order, which the XKB map notifications give (toolkits select them).
+TEST_F(XTestTypingTest, SlowXlibClientFollowingXkbMapEventsReceivesMixedTextExactly) {
+    startReceiver(KEYFERRY_XLIB_RECEIVER, 5, "--xkb-map-events");
     XTestKeyboardPoster poster;
     expectTypedExactly(mixedSampleText(sampleCharacters), poster);
 }

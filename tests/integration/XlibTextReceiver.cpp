@@ -1,6 +1,9 @@
 // A plain Xlib client that takes the keyboard focus and appends the text of every key press to a file, as a
 // text field would insert it (Return inserts a line feed). Arguments: output file, milliseconds to spend on
-// each key (a slow client). Prints "ready" once it has the focus; stops on SIGTERM.
+// each key (a slow client), and optionally --xkb-map-events to follow keymap changes through XKB map
+// notifications, as toolkits do, rather than only through the core MappingNotify. Prints "ready" once it has
+// the focus; stops on SIGTERM.
+#include <X11/XKBlib.h>
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
 #include <X11/keysym.h>
@@ -43,8 +46,9 @@ std::string textOf(XIC context, XKeyPressedEvent& event) {
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 3) {
-        std::cerr << "usage: keyferry-xlib-receiver OUTPUT DELAY_MS\n";
+    const bool xkbMapEvents = argc == 4 && std::string(argv[3]) == "--xkb-map-events";
+    if (argc != 3 && !xkbMapEvents) {
+        std::cerr << "usage: keyferry-xlib-receiver OUTPUT DELAY_MS [--xkb-map-events]\n";
         return 2;
     }
     if (std::setlocale(LC_ALL, "C.UTF-8") == nullptr || !XSupportsLocale()) {
@@ -63,6 +67,15 @@ int main(int argc, char** argv) {
                                               BlackPixel(display, screen), WhitePixel(display, screen));
     XSelectInput(display, window, KeyPressMask | FocusChangeMask | StructureNotifyMask);
     XMapRaised(display, window);
+    int xkbEventBase = -1;
+    if (xkbMapEvents) {
+        int opcode = 0;
+        int errorBase = 0;
+        int major = XkbMajorVersion;
+        int minor = XkbMinorVersion;
+        XkbQueryExtension(display, &opcode, &xkbEventBase, &errorBase, &major, &minor);
+        XkbSelectEvents(display, XkbUseCoreKbd, XkbMapNotifyMask, XkbMapNotifyMask);
+    }
     XIC context = createInputContext(display, window);
     if (context == nullptr) {
         std::cerr << "no input context\n";
@@ -75,7 +88,7 @@ int main(int argc, char** argv) {
         if (XFilterEvent(&event, None)) {
             continue;
         }
-        if (event.type == MappingNotify) {
+        if (event.type == MappingNotify || event.type == xkbEventBase) {
             // What every Xlib client is told to do when the keyboard mapping changes.
             XRefreshKeyboardMapping(&event.xmapping);
         } else if (event.type == MapNotify) {

@@ -1,0 +1,165 @@
+// Types the same 10,000-character mixed text into one X client on a private Xvfb with keyferry-type and with
+// xdotool (its default delay, and --delay 0), and prints for each: characters per second, wrong or missing
+// characters, and the speed relative to xdotool. Run by hand; never part of the test run's verdict.
+#include "HelperProcess.h"
+#include "MixedSampleText.h"
+#include "XvfbDisplay.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace keyferry {
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+std::u32string codePoints(const std::string& utf8) {
+    std::u32string result;
+    for (std::size_t index = 0; index < utf8.size();) {
+        const auto lead = static_cast<unsigned char>(utf8[index]);
+        const std::size_t length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+        char32_t value = length == 1 ? lead : lead & (0x3F >> (length - 1));
+        for (std::size_t next = 1; next < length && index + next < utf8.size(); ++next) {
+            value = (value << 6) | (static_cast<unsigned char>(utf8[index + next]) & 0x3F);
+        }
+        result.push_back(value);
+        index += length;
+    }
+    return result;
+}
+
+// The length of the longest common subsequence, by Myers' difference algorithm (fast when the texts are close).
+std::size_t commonLength(const std::u32string& left, const std::u32string& right) {
+    const auto n = static_cast<long>(left.size());
+    const auto m = static_cast<long>(right.size());
+    const long limit = n + m;
+    std::vector<long> furthest(static_cast<std::size_t>(2 * limit + 2), 0);
+    for (long edits = 0; edits <= limit; ++edits) {
+        for (long diagonal = -edits; diagonal <= edits; diagonal += 2) {
+            const auto at = [&](long k) -> long& { return furthest[static_cast<std::size_t>(k + limit + 1)]; };
+            long x = (diagonal == -edits || (diagonal != edits && at(diagonal - 1) < at(diagonal + 1)))
+                         ? at(diagonal + 1)
+                         : at(diagonal - 1) + 1;
+            long y = x - diagonal;
+            while (x < n && y < m && left[static_cast<std::size_t>(x)] == right[static_cast<std::size_t>(y)]) {
+                ++x;
+                ++y;
+            }
+            at(diagonal) = x;
+            if (x >= n && y >= m) {
+                return static_cast<std::size_t>((n + m - edits) / 2);
+            }
+        }
+    }
+    return 0;
+}
+
+std::string fileContents(const std::filesystem::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream contents;
+    contents << file.rdbuf();
+    return contents.str();
+}
+
+struct Outcome {
+    double typerSeconds = 0;
+    double endToEndSeconds = 0;
+    std::size_t wrongOrMissing = 0;
+    std::size_t extra = 0;
+};
+
+Outcome run(const std::vector<std::string>& typer, const std::string& text, const std::string& receiverProgram) {
+    const auto output = std::filesystem::temp_directory_path() / ("keyferry-bench-" + std::to_string(getpid()) + ".txt");
+    HelperProcess receiver({receiverProgram, output.string(), "0"}, {{"LC_ALL", "C.UTF-8"}});
+    if (receiver.readLine(20s) != std::optional<std::string>("ready")) {
+        throw std::runtime_error("the receiver did not take the focus");
+    }
+    const std::string expected = withTypedLineEnds(text);
+    const auto started = Clock::now();
+    HelperProcess typing(typer, {}, text);
+    std::optional<int> status;
+    auto typed = started;
+    std::size_t lastSize = 0;
+    auto lastGrowth = started;
+    // Watches the receiver while the typer runs: done once the typer has exited and the text is complete, or
+    // nothing more arrived for a few seconds.
+    while (!status || Clock::now() - lastGrowth < 3s) {
+        if (!status) {
+            status = typing.waitForExit(0ms);
+            typed = Clock::now();
+        }
+        const std::size_t size = std::filesystem::exists(output) ? std::filesystem::file_size(output) : 0;
+        if (size != lastSize) {
+            lastSize = size;
+            lastGrowth = Clock::now();
+        }
+        if (status && size >= expected.size() && Clock::now() - lastGrowth > 300ms) {
+            break;
+        }
+        if (Clock::now() - started > 600s) {
+            break;
+        }
+        std::this_thread::sleep_for(2ms);
+    }
+    const std::u32string sent = codePoints(expected);
+    const std::u32string got = codePoints(fileContents(output));
+    std::filesystem::remove(output);
+    if (status != std::optional<int>(0)) {
+        std::cerr << typer.front() << " exited with " << status.value_or(-1) << "\n";
+    }
+    const std::size_t common = commonLength(sent, got);
+    return Outcome{std::chrono::duration<double>(typed - started).count(),
+                   std::chrono::duration<double>(lastGrowth - started).count(), sent.size() - common,
+                   got.size() - common};
+}
+
+void print(const std::string& name, std::size_t characters, const Outcome& outcome, double reference) {
+    // Speed is measured to the moment the receiving client had the last character.
+    const double speed = static_cast<double>(characters) / outcome.endToEndSeconds;
+    std::printf("%-28s %9.0f chars/s (all received after %6.2f s; typer exited after %6.2f s)  wrong or missing: "
+                "%5zu  extra: %5zu  x%.1f xdotool\n",
+                name.c_str(), speed, outcome.endToEndSeconds, outcome.typerSeconds, outcome.wrongOrMissing,
+                outcome.extra, reference > 0 ? speed / reference : 0.0);
+    std::fflush(stdout);
+}
+
+} // namespace
+} // namespace keyferry
+
+int main(int argc, char** argv) {
+    using namespace keyferry;
+    if (argc != 3) {
+        std::cerr << "usage: keyferry-typing-bench KEYFERRY_TYPE RECEIVER\n";
+        return 2;
+    }
+    const std::string keyferryType = argv[1];
+    const std::string receiver = argv[2];
+    constexpr std::size_t characters = 10000;
+    XvfbDisplay display;
+    setenv("DISPLAY", display.name().c_str(), 1);
+    const std::string text = mixedSampleText(characters);
+    std::printf("Typing %zu characters (%zu UTF-8 bytes) of mixed text into an Xlib client on Xvfb %s\n", characters,
+                text.size(), display.name().c_str());
+    const Outcome xdotoolDefault = run({"xdotool", "type", "--file", "-"}, text, receiver);
+    const double reference = static_cast<double>(characters) / xdotoolDefault.endToEndSeconds;
+    print("xdotool type", characters, xdotoolDefault, reference);
+    print("xdotool type --delay 0", characters, run({"xdotool", "type", "--delay", "0", "--file", "-"}, text, receiver),
+          reference);
+    print("keyferry-type", characters, run({keyferryType}, text, receiver), reference);
+    const std::string manyScripts = manyScriptSampleText(characters);
+    std::printf("\nThe same with a text of many more scripts (more distinct characters than spare keycodes):\n");
+    print("keyferry-type, many scripts", characters, run({keyferryType}, manyScripts, receiver), reference);
+    return 0;
+}
