@@ -1,5 +1,7 @@
 #include "CompanionService.h"
 
+#include "PlatformWords.h"
+
 #include <cassert>
 #include <utility>
 
@@ -21,7 +23,8 @@ CompanionService::CompanionService(ConstructionKey, const CompanionServicePorts&
       accessibility(ports.accessibility),
       injector(ports.keyboard, ports.accessibility),
       baseURL(std::move(serviceURL)),
-      computerName(std::move(nameOfThisComputer)) {}
+      // A host that reports no name is called by the platform's word for this computer.
+      computerName(nameOfThisComputer.empty() ? std::string(thisComputerWord) : std::move(nameOfThisComputer)) {}
 
 void CompanionService::start() {
     enqueue([](CompanionService& service) {

@@ -55,7 +55,7 @@ public:
     using PairCodeExpiry = std::chrono::system_clock::time_point;
 
     // `baseURL` is the service's https base URL; `computerName` is what the pairing request calls this
-    // computer. Construction starts nothing.
+    // computer (the host's name; empty when the system reports none). Construction starts nothing.
     static std::shared_ptr<CompanionService> make(const CompanionServicePorts& ports, std::string baseURL,
                                                   std::string computerName);
 
@@ -119,7 +119,7 @@ private:
     void stopHeartbeat();
     void handleConnectionLoss(const Task& task);
     void decideAfterLoss(const RequestResult<PairStatusResponse>& answer);
-    void withdrawPairing();
+    void withdrawPairing(const std::string& reason);
     void scheduleReconnect();
     void cancelConnection();
 
@@ -142,6 +142,8 @@ private:
     void handleFirstPairingCode(const PairingResponse& response);
     void dispatchPairCode(const PairingResponse& response);
     bool pollMayContinue(const std::string& token, bool expectPaired);
+    void fetchPairStatusAfterInterval(const std::string& token, bool expectPaired,
+                                      Completion<PairStatusResponse> handleAnswer);
     void pollInitialPairing(const std::string& token);
     void handleInitialPairingStatus(const RequestResult<PairStatusResponse>& result, const std::string& token);
     void pollAdditionalPairing(const std::string& token, std::int64_t expiresAt);
@@ -154,6 +156,11 @@ private:
     void handlePhonesReply(const RequestResult<PairedPhonesResponse>& result, bool reportErrors);
     void removePhoneNow(const std::string& pairingId);
     void dispatchPhones(std::vector<PairedPhone> phones);
+
+    // The close code of every socket this computer closes ("going away"), and where each back-off series
+    // of reconnections starts.
+    static constexpr int goingAway = 1001;
+    static constexpr double initialReconnectDelay = 1.0;
 
     CompanionStore store;
     SerialQueue& queue;
@@ -169,7 +176,7 @@ private:
     Task socket;
     std::shared_ptr<RepeatingTimer> heartbeat;
     std::shared_ptr<WorkItem> reconnectWorkItem;
-    double reconnectDelay = 1.0;
+    double reconnectDelay = initialReconnectDelay;
     bool stopped = false;
     CompanionConnectionState state = CompanionConnectionState::unpaired;
 };

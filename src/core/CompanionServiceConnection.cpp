@@ -11,9 +11,7 @@ namespace {
 
 constexpr double firstHeartbeat = 20.0;
 constexpr double heartbeatPeriod = 20.0;
-constexpr double initialReconnectDelay = 1.0;
 constexpr double largestReconnectDelay = 15.0;
-constexpr int goingAway = 1001;
 
 bool meansPairingGone(const RequestResult<PairStatusResponse>& answer) {
     if (const auto* response = std::get_if<PairStatusResponse>(&answer)) {
@@ -87,18 +85,20 @@ void CompanionService::handleConnectionLoss(const Task& task) {
 void CompanionService::decideAfterLoss(const RequestResult<PairStatusResponse>& answer) {
     assertOnQueue();
     if (meansPairingGone(answer)) {
-        withdrawPairing();
+        withdrawPairing(computerRemovedText);
     } else {
         scheduleReconnect();
     }
 }
 
-void CompanionService::withdrawPairing() {
+// The service no longer accepts this computer's pairing: forget it, show the unpaired state and an empty
+// phone list, then say why. Nothing is scheduled.
+void CompanionService::withdrawPairing(const std::string& reason) {
     assertOnQueue();
     store.clearPairing();
     setState(CompanionConnectionState::unpaired);
     dispatchPhones({});
-    reportError(std::string("This ") + thisComputerWord + " was removed from your paired computers.");
+    reportError(reason);
 }
 
 void CompanionService::scheduleReconnect() {

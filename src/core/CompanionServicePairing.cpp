@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <chrono>
 #include <utility>
 
 namespace keyferry {
@@ -13,6 +14,20 @@ namespace {
 constexpr double pollInterval = 1.8;
 constexpr const char* codeExpiredText = "The pairing code expired. Create a new code and try again.";
 constexpr const char* credentialRejectedText = "The pairing credential is no longer valid.";
+
+// The reply's milliseconds as a point in time. A time the clock type cannot hold (about 292 years either side
+// of 1970) is pinned to its nearest end rather than wrapping round to the other.
+CompanionService::PairCodeExpiry expiryOf(std::int64_t expiresAtMs) {
+    using Expiry = CompanionService::PairCodeExpiry;
+    const std::chrono::duration<double> sinceEpoch(static_cast<double>(expiresAtMs) / 1000.0);
+    if (sinceEpoch >= Expiry::max().time_since_epoch()) {
+        return Expiry::max();
+    }
+    if (sinceEpoch <= Expiry::min().time_since_epoch()) {
+        return Expiry::min();
+    }
+    return Expiry(std::chrono::duration_cast<Expiry::duration>(sinceEpoch));
+}
 
 } // namespace
 
@@ -81,10 +96,7 @@ void CompanionService::failPairing(const std::string& text) {
 
 void CompanionService::dispatchPairCode(const PairingResponse& response) {
     assertOnQueue();
-    const auto expiry = std::chrono::time_point_cast<PairCodeExpiry::duration>(
-        std::chrono::time_point<std::chrono::system_clock, std::chrono::duration<double>>(
-            std::chrono::duration<double>(static_cast<double>(response.expiresAt) / 1000.0)));
-    dispatchMain([code = response.pairCode, expiry](CompanionService& service) {
+    dispatchMain([code = response.pairCode, expiry = expiryOf(response.expiresAt)](CompanionService& service) {
         if (service.onPairCode) {
             service.onPairCode(code, expiry);
         }
@@ -103,17 +115,10 @@ void CompanionService::pollInitialPairing(const std::string& token) {
         return;
     }
     // No deadline of its own: the code's expiry is the service's business here.
-    queue.postAfter(pollInterval, [weakService = weak_from_this(), token] {
-        const auto service = weakService.lock();
-        if (!service || !service->pollMayContinue(token, false)) {
-            return;
-        }
-        service->fetchPairStatus(
-            token, service->onQueue<PairStatusResponse>(
-                       [token](CompanionService& onQueue, RequestResult<PairStatusResponse> result) {
-                           onQueue.handleInitialPairingStatus(result, token);
-                       }));
-    });
+    fetchPairStatusAfterInterval(token, false,
+                                 [token](CompanionService& service, RequestResult<PairStatusResponse> result) {
+                                     service.handleInitialPairingStatus(result, token);
+                                 });
 }
 
 void CompanionService::handleInitialPairingStatus(const RequestResult<PairStatusResponse>& result,
@@ -153,17 +158,24 @@ void CompanionService::pollAdditionalPairing(const std::string& token, std::int6
         reportError(codeExpiredText);
         return;
     }
-    queue.postAfter(pollInterval, [weakService = weak_from_this(), token, expiresAt] {
-        const auto service = weakService.lock();
-        if (!service || !service->pollMayContinue(token, true)) {
-            return;
-        }
-        service->fetchPairStatus(
-            token, service->onQueue<PairStatusResponse>(
-                       [token, expiresAt](CompanionService& onQueue, RequestResult<PairStatusResponse> result) {
-                           onQueue.handleAdditionalPairingStatus(result, token, expiresAt);
-                       }));
-    });
+    fetchPairStatusAfterInterval(
+        token, true, [token, expiresAt](CompanionService& service, RequestResult<PairStatusResponse> result) {
+            service.handleAdditionalPairingStatus(result, token, expiresAt);
+        });
+}
+
+// The wait between two passes of a poll; afterwards the poll's own checks run again (not the add-phone
+// deadline), then the status is asked for with the poll's token and the answer handled on the queue.
+void CompanionService::fetchPairStatusAfterInterval(const std::string& token, bool expectPaired,
+                                                    Completion<PairStatusResponse> handleAnswer) {
+    queue.postAfter(pollInterval,
+                    [weakService = weak_from_this(), token, expectPaired, handleAnswer = std::move(handleAnswer)] {
+                        const auto service = weakService.lock();
+                        if (!service || !service->pollMayContinue(token, expectPaired)) {
+                            return;
+                        }
+                        service->fetchPairStatus(token, service->onQueue<PairStatusResponse>(handleAnswer));
+                    });
 }
 
 void CompanionService::handleAdditionalPairingStatus(const RequestResult<PairStatusResponse>& result,
@@ -175,10 +187,7 @@ void CompanionService::handleAdditionalPairingStatus(const RequestResult<PairSta
     if (const auto* error = std::get_if<RequestError>(&result)) {
         if (isHttpStatus(*error, 401)) {
             // The connection is left alone here; the phone list's own 401 is what cancels it.
-            store.clearPairing();
-            setState(CompanionConnectionState::unpaired);
-            dispatchPhones({});
-            reportError(credentialRejectedText);
+            withdrawPairing(credentialRejectedText);
         } else {
             pollAdditionalPairing(token, expiresAt);
         }

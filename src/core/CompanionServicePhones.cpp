@@ -1,5 +1,7 @@
 #include "CompanionService.h"
 
+#include "PlatformWords.h"
+
 #include <nlohmann/json.hpp>
 
 #include <utility>
@@ -30,7 +32,7 @@ void CompanionService::handlePhonesReply(const RequestResult<PairedPhonesRespons
     // A rejected credential means this computer was removed, whoever asked and whether or not they listen.
     if (isHttpStatus(error, 401)) {
         cancelConnection();
-        withdrawPairing();
+        withdrawPairing(computerRemovedText);
     } else if (reportErrors) {
         reportError(message(error, "Could not refresh paired phones."));
     }

@@ -7,7 +7,6 @@ namespace keyferry {
 namespace {
 
 constexpr double socketRequestTimeout = 60.0;
-constexpr int goingAway = 1001;
 constexpr const char* socketPath = "/v1/computers/connect";
 
 } // namespace
@@ -49,7 +48,8 @@ void CompanionService::connect() {
     socket = webSockets.makeTask(request);
     const Task task = socket;
     // Within a back-off series every attempt reads as reconnecting; a fresh start reads as connecting.
-    setState(reconnectDelay > 1.0 ? CompanionConnectionState::reconnecting : CompanionConnectionState::connecting);
+    setState(reconnectDelay > initialReconnectDelay ? CompanionConnectionState::reconnecting
+                                                    : CompanionConnectionState::connecting);
     task->resume();
     startHeartbeat(task);
     receiveNext(task);
@@ -114,7 +114,7 @@ void CompanionService::handle(const WebSocketMessage& message, const Task& task)
         return;
     }
     if (decoded->type == "connected") {
-        reconnectDelay = 1.0;
+        reconnectDelay = initialReconnectDelay;
         setState(CompanionConnectionState::connected);
         refreshPhonesNow(false);
     } else if (decoded->type == "phones_changed") {

@@ -211,6 +211,34 @@ TEST_F(CompanionServiceConnectionTest, StopWhileAReconnectionIsPending) {
     EXPECT_DOUBLE_EQ(failAndMeasureDelay(), 1.0);
 }
 
+TEST_F(CompanionServiceConnectionTest, StopWithAReconnectionPendingCancelsItClosesTheSocketAndResetsTheDelay) {
+    auto& first = connected();
+    auto& second = loseAndReopenBeforeTheStatusAnswer(first);
+    second.deliverError(); // a second status check is now open too
+    settle();
+    respond(statusPath, 200, statusReply("active")); // the first answer schedules a reconnection
+    service->resumeAfterAccessibilityPermission(); // and a socket opens while it is pending
+    settle();
+    ASSERT_EQ(sockets.taskCount(), 3u);
+    auto& third = lastSocket();
+    ASSERT_EQ(queue.pendingDelayedCount(), 1u);
+    clearRecords();
+
+    service->stop();
+    settle();
+    EXPECT_EQ(queue.pendingDelayedCount(), 0u);
+    EXPECT_EQ(third.cancelCloseCodes(), std::vector<int>{1001});
+    respond(statusPath, 200, statusReply("active")); // the second answer arrives after the stop
+    EXPECT_EQ(queue.pendingDelayedCount(), 0u);
+    advance(60.0);
+    EXPECT_EQ(sockets.taskCount(), 3u);
+    EXPECT_TRUE(events.empty());
+    // The delay is back at 1 s: the next start is a first attempt again, not one of a series.
+    service->start();
+    settle();
+    EXPECT_EQ(states, std::vector<State>{State::connecting});
+}
+
 TEST_F(CompanionServiceConnectionTest, StopClosesTheSocketAndALaterStatusAnswerSchedulesNothing) {
     auto& first = connected();
     auto& second = loseAndReopenBeforeTheStatusAnswer(first);

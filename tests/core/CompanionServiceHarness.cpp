@@ -100,10 +100,10 @@ void CompanionServiceDefaults::setStringArray(const std::string& key, const std:
     }
 }
 
-CompanionServiceHarness::CompanionServiceHarness(const std::string& serviceURL) {
+CompanionServiceHarness::CompanionServiceHarness(const std::string& serviceURL, const std::string& thisComputersName) {
     const CompanionServicePorts ports{queue, mainThread, clock, http, sockets, defaults, secrets, keyboard,
                                       accessibility};
-    service = CompanionService::make(ports, serviceURL, computerName);
+    service = CompanionService::make(ports, serviceURL, thisComputersName);
     service->onStateChange = [this](CompanionConnectionState state) {
         states.push_back(state);
         events.push_back(std::string("state:") + name(state));

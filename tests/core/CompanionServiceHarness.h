@@ -73,7 +73,8 @@ public:
 // thread received it.
 class CompanionServiceHarness {
 public:
-    explicit CompanionServiceHarness(const std::string& serviceURL = baseURL);
+    explicit CompanionServiceHarness(const std::string& serviceURL = baseURL,
+                                     const std::string& thisComputersName = computerName);
 
     // Runs the service's queue and the main thread until neither has anything due now.
     void settle();

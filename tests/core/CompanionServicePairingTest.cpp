@@ -70,6 +70,19 @@ TEST_F(CompanionServicePairingTest, TheCodeExpiryIsTheReplysMillisecondsAsSecond
     EXPECT_EQ(sinceEpoch.count(), 1'800'000'123'456'000LL);
 }
 
+TEST_F(CompanionServicePairingTest, AnExpiryBeyondWhatTheTimeTypeHoldsIsPinnedToItsEnd) {
+    for (const std::int64_t expiresAt : {INT64_MAX, INT64_MIN}) {
+        SCOPED_TRACE(expiresAt);
+        CompanionServiceHarness fresh;
+        fresh.service->requestPairingCode();
+        fresh.settle();
+        fresh.respond(startPath, 200, pairingReply("fresh-token", expiresAt));
+        ASSERT_EQ(fresh.pairCodes.size(), 1u);
+        EXPECT_EQ(fresh.pairCodes[0].second, expiresAt > 0 ? CompanionService::PairCodeExpiry::max()
+                                                            : CompanionService::PairCodeExpiry::min());
+    }
+}
+
 TEST_F(CompanionServicePairingTest, FirstPairingCancelsAnOpenConnection) {
     auto& socket = connected();
     defaults.remove("quillix.paired"); // no longer counts as paired: the next code request starts over
@@ -129,7 +142,9 @@ TEST_F(CompanionServicePairingTest, A500PassIsSilentAndTheNextFollows) {
     firstCodeShown();
     advance(1.8);
     respond(statusPath, 500, R"({"error":"busy"})");
-    advance(1.8);
+    advance(1.799);
+    EXPECT_EQ(statusRequests(), 1u);
+    advance(0.001);
     failTransport(statusPath);
     advance(1.8);
     respond(statusPath, 200, "not json");

@@ -37,6 +37,31 @@ TEST_F(CompanionServicePhonesTest, ABackgroundRefreshThatFailsChangesNothing) {
     EXPECT_EQ(states, std::vector<State>{State::connecting});
 }
 
+TEST_F(CompanionServicePhonesTest, BackgroundRefreshesThatFailOnTheNetworkChangeAndReportNothing) {
+    service->requestPairingCode();
+    settle();
+    respond(startPath, 200, pairingReply("fresh-token", 1'800'000'600'000));
+    advance(1.8);
+    respond(statusPath, 200, statusReply("active"));
+    failTransport(phonesPath); // the refresh after the first pairing
+    lastSocket().deliverText(R"({"type":"connected"})");
+    settle();
+    failTransport(phonesPath); // the refresh on the service's confirmation
+    lastSocket().deliverText(R"({"type":"phones_changed"})");
+    settle();
+    failTransport(phonesPath); // the refresh on its notice of a change
+    service->requestPairingCode();
+    settle();
+    respond(codePath, 200, pairingReply(std::nullopt, 1'800'000'600'000));
+    advance(1.8);
+    respond(statusPath, 200, statusReply("pending", false));
+    failTransport(phonesPath); // the refresh after a phone was added
+    EXPECT_EQ(requestsTo(phonesPath), 4u);
+    EXPECT_EQ(events, (std::vector<std::string>{"state:creatingCode", "state:waitingForPhone", "code:K7Q-42F",
+                                                "paired", "state:connecting", "state:connected", "code:K7Q-42F",
+                                                "paired"}));
+}
+
 TEST_F(CompanionServicePhonesTest, A401OnABackgroundRefreshStillUnpairs) {
     plantPairing();
     service->start();

@@ -61,6 +61,13 @@ TEST_F(CompanionServiceRequestsTest, FirstPairingCodeRequest) {
     expectTimeLimits(request);
 }
 
+TEST_F(CompanionServiceRequestsTest, AComputerWithoutANameIsCalledComputer) {
+    CompanionServiceHarness unnamed(baseURL, "");
+    unnamed.service->requestPairingCode();
+    unnamed.settle();
+    EXPECT_EQ(bodyOf(unnamed.http.request(0)), (nlohmann::json{{"name", "computer"}, {"platform", "linux"}}));
+}
+
 TEST_F(CompanionServiceRequestsTest, AddPhoneCodeRequest) {
     pairedAndIdle();
     service->requestPairingCode();

@@ -155,6 +155,49 @@ TEST_F(CompanionServiceStateTest, ReportsOfADestroyedServiceAreDropped) {
     EXPECT_TRUE(events.empty());
 }
 
+TEST_F(CompanionServiceStateTest, PendingWorkAndRequestsDoNotKeepTheServiceAlive) {
+    auto& socket = connected();
+    service->requestPairingCode();
+    settle();
+    respond(codePath, 200, pairingReply(std::nullopt, 1'800'000'600'000)); // a poll pass waits 1.8 s
+    socket.deliverError();
+    settle();
+    respond(statusPath, 200, statusReply("active")); // a reconnection waits 1 s
+    service->refreshPhones();
+    settle(); // a phone list request is in flight
+    ASSERT_EQ(queue.pendingDelayedCount(), 2u);
+    clearRecords();
+    const auto requestsBefore = http.requestCount();
+
+    const std::weak_ptr<CompanionService> watcher = service;
+    service.reset();
+    EXPECT_TRUE(watcher.expired());
+    respond(phonesPath, 200, phonesReply({phone("p1")}));
+    advance(60.0);
+    EXPECT_TRUE(events.empty());
+    EXPECT_EQ(http.requestCount(), requestsBefore);
+    EXPECT_EQ(sockets.taskCount(), 1u);
+}
+
+TEST_F(CompanionServiceStateTest, AnOpenSocketsTimerAndCompletionsDoNotKeepTheServiceAlive) {
+    auto& socket = connected();
+    advance(20.0); // a ping waits for its pong, a receive for its frame
+    ASSERT_EQ(socket.pendingPingCount(), 1u);
+    ASSERT_TRUE(socket.hasPendingReceive());
+
+    const std::weak_ptr<CompanionService> watcher = service;
+    service.reset();
+    EXPECT_TRUE(watcher.expired());
+    socket.answerPing(WebSocketError{"no pong"});
+    socket.deliverText(insertText("A", "late"));
+    advance(60.0);
+    EXPECT_EQ(keyboard.attempts(), 0u);
+    EXPECT_EQ(socket.sentCount(), 0u);
+    EXPECT_EQ(socket.pingCount(), 1u);
+    EXPECT_EQ(requestsTo(statusPath), 0u);
+    EXPECT_TRUE(events.empty());
+}
+
 // The typical sequences of the connection, as the shell sees them.
 struct Sequence {
     const char* event;

@@ -65,6 +65,14 @@ TEST(ScriptedWebSocketTask, RecordsSendsPingsAndCloseCodes) {
     EXPECT_EQ(task.cancelCloseCodes(), (std::vector<int>{1001}));
 }
 
+TEST(ScriptedWebSocketTask, OnSendSeesTheTextBeforeTheSendCompletes) {
+    ScriptedWebSocketTask task(WebSocketRequest{});
+    std::vector<std::string> seen;
+    task.onSend = [&](const std::string& text) { seen.push_back(text + " after " + std::to_string(task.sentCount())); };
+    task.sendText("first", [&](std::optional<WebSocketError>) { seen.emplace_back("completed"); });
+    EXPECT_EQ(seen, (std::vector<std::string>{"first after 0", "completed"}));
+}
+
 TEST(ScriptedWebSocketTask, FailAllPendingFailsOnlyWhatIsPendingNow) {
     ScriptedWebSocketTask task(WebSocketRequest{});
     int errors = 0;

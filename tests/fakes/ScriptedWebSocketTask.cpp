@@ -14,6 +14,9 @@ void ScriptedWebSocketTask::receive(std::function<void(WebSocketReceiveResult)> 
 
 void ScriptedWebSocketTask::sendText(std::string text,
                                      std::function<void(std::optional<WebSocketError>)> completion) {
+    if (onSend) {
+        onSend(text);
+    }
     sent.push_back(SentText{std::move(text), std::move(completion)});
     if (completeSendsAtOnce) {
         completeSend(sent.size() - 1);

@@ -65,6 +65,9 @@ public:
     void failAllPending(std::string description = "Socket is not connected");
 
     bool completeSendsAtOnce = true;
+    // Called inside sendText() with the text, before the send completes: lets a test see what else had
+    // happened by the time a frame left.
+    std::function<void(const std::string& text)> onSend;
 
 private:
     void deliver(WebSocketReceiveResult result);

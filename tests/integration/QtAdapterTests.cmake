@@ -24,6 +24,8 @@ keyferry_test(keyferry_qt_adapter_tests integration
         ${CMAKE_CURRENT_LIST_DIR}/QtHttpClientTest.cpp
         ${CMAKE_CURRENT_LIST_DIR}/QtWebSocketTaskTest.cpp
         ${CMAKE_CURRENT_LIST_DIR}/QtSettingsDefaultsTest.cpp
+        ${CMAKE_CURRENT_LIST_DIR}/QtSystemClockTest.cpp
+        ${CMAKE_CURRENT_LIST_DIR}/QtTrustTest.cpp
     LIBRARIES keyferry_qt keyferry_tls_test_server Qt6::Test)
 
 # The whole CompanionService over the Qt adapters; the fakes stand in for secrets, keyboard and permission.
@@ -31,4 +33,5 @@ keyferry_test(keyferry_qt_service_tests integration
     SOURCES
         ${CMAKE_CURRENT_LIST_DIR}/QtTestMain.cpp
         ${CMAKE_CURRENT_LIST_DIR}/QtCompanionServiceTest.cpp
-    LIBRARIES keyferry_qt keyferry_tls_test_server keyferry_fakes Qt6::Test)
+    LIBRARIES keyferry_qt keyferry_tls_test_server keyferry_fakes Qt6::Test
+    TIMEOUT 180)

@@ -210,6 +210,7 @@ TEST_F(QtCompanionServiceTest, ARevokedPairingFoundAfterALossUnpairs) {
     pairedBefore();
     service->start();
     ASSERT_TRUE(reached(State::connected));
+    ASSERT_TRUE(phoneCounts.waitFor(2)); // a list still on its way would arrive after the empty one
     server.setHandler([this](const TestHttpRequest& request) {
         return request.path == pairStatusPath ? TestHttpReply::json(200, statusReply("revoked", true)) : answer(request);
     });
@@ -254,20 +255,32 @@ TEST_F(QtCompanionServiceTest, StopClosesTheSocketAsGoingAway) {
     EXPECT_EQ(server.webSocketCount(), 1);
 }
 
-// Waits for the real 20-second heartbeat.
-TEST_F(QtCompanionServiceTest, HeartbeatPingsAndAWithheldPongLeadsToAReconnection) {
+// Waits for two beats of the real 20-second heartbeat.
+TEST_F(QtCompanionServiceTest, AnsweredPingsKeepTheSocketAndAWithheldPongLeadsToAReconnection) {
     pairedBefore();
     service->start();
     ASSERT_TRUE(reached(State::connected));
-    lastPeer().setAnswersPings(false);
-    const auto started = std::chrono::steady_clock::now();
+    const auto connectedAt = std::chrono::steady_clock::now();
+    const auto secondsSinceConnected = [&] {
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - connectedAt).count();
+    };
 
+    ASSERT_TRUE(waitUntil([&] { return server.webSocket(0).pingsReceived() == 1; }, 30s));
+    const double firstPing = secondsSinceConnected();
+    server.webSocket(0).setAnswersPings(false);
     ASSERT_TRUE(waitUntil([&] { return server.webSocketCount() == 2; }, 40s));
-    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
-    std::printf("[ figures ] pong withheld (0.5 s deadline): new socket %.3f s after connecting\n", seconds);
-    EXPECT_EQ(server.webSocket(0).pingsReceived(), 1);
-    EXPECT_GE(seconds, 20.5);
+    const double newSocket = secondsSinceConnected();
+
+    std::printf("[ figures ] heartbeat: first ping %.3f s after connecting (answered); second ping unanswered, "
+                "new socket after %.3f s (0.5 s pong deadline)\n",
+                firstPing, newSocket);
+    EXPECT_GE(firstPing, 19.9);
+    EXPECT_LT(firstPing, 22.0);
+    EXPECT_EQ(server.webSocket(0).pingsReceived(), 2);
+    EXPECT_GE(newSocket, 40.4);
     ASSERT_TRUE(reached(State::connected));
+    EXPECT_EQ(states.values(), (std::vector<State>{State::connecting, State::connected, State::reconnecting,
+                                                   State::connected}));
     EXPECT_EQ(server.requestsTo(pairStatusPath).size(), 1);
 }
 

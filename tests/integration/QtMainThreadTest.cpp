@@ -60,5 +60,17 @@ TEST(QtMainThreadTest, HandOffKeepsTheOrderAcrossTheQueueAndTheMainThread) {
     EXPECT_EQ(events.values(), (std::vector<std::string>{"main 1", "from queue", "main 2"}));
 }
 
+TEST(QtMainThreadTest, TasksStillPendingWhenItIsDestroyedAreDropped) {
+    TestMailbox<std::string> events;
+    {
+        QtMainThread mainThread;
+        mainThread.post([&] { events.put("dropped task ran"); });
+    }
+    QtMainThread later;
+    later.post([&] { events.put("later task"); });
+    ASSERT_TRUE(events.waitFor(1));
+    EXPECT_EQ(events.values(), std::vector<std::string>{"later task"});
+}
+
 } // namespace
 } // namespace keyferry

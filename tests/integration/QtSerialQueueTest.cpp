@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <numeric>
 #include <chrono>
+#include <cmath>
+#include <limits>
 #include <cstdio>
 #include <string>
 #include <thread>
@@ -94,7 +96,7 @@ TEST(QtSerialQueueTest, DelayedTaskWaitsAtLeastItsDelay) {
     ASSERT_TRUE(elapsed.waitFor(1));
     std::printf("[ figures ] postAfter(150 ms) ran after %.2f ms\n", elapsed.values()[0]);
     EXPECT_GE(elapsed.values()[0], 150.0);
-    EXPECT_LT(elapsed.values()[0], 150.0 + 100.0);
+    EXPECT_LT(elapsed.values()[0], 150.0 + 200.0); // loose: the machine is shared
 }
 
 TEST(QtSerialQueueTest, CancelledDelayedTaskNeverRuns) {
@@ -119,6 +121,17 @@ TEST(QtSerialQueueTest, DelayedTaskRunsEvenWhenItsItemIsNotKept) {
     EXPECT_TRUE(ran.waitFor(1));
 }
 
+TEST(QtSerialQueueTest, NegativeAndMeaninglessDelaysRunAsSoonAsPossible) {
+    QtSerialQueue queue("test.queue");
+    TestMailbox<std::string> ran;
+    queue.postAfter(-1, [&] { ran.put("negative"); });
+    queue.postAfter(std::nan(""), [&] { ran.put("not a number"); });
+    queue.postAfter(0, [&] { ran.put("zero"); });
+    queue.postAfter(std::numeric_limits<double>::infinity(), [&] { ran.put("never in this test"); });
+    ASSERT_TRUE(ran.waitFor(3));
+    EXPECT_EQ(ran.values(), (std::vector<std::string>{"negative", "not a number", "zero"}));
+}
+
 TEST(QtSerialQueueTest, RepeatingTimerTicksOnScheduleWithoutDrift) {
     QtSerialQueue queue("test.queue");
     TestMailbox<double> ticks;
@@ -137,9 +150,10 @@ TEST(QtSerialQueueTest, RepeatingTimerTicksOnScheduleWithoutDrift) {
         total += lateness;
     }
     std::printf("[ figures ] 25 ticks of a 20 ms timer: mean lateness %.3f ms, worst %.3f ms\n", total / 25, worst);
-    // Loose: the machine is shared; a drifting timer would be ~25 x its per-tick lateness behind at the end.
-    EXPECT_LT(total / 25, 10.0);
-    EXPECT_LT(times[24] - (50.0 + 20.0 * 24), 40.0);
+    // Loose, because the machine is shared and a busy scheduler wakes threads late; but lateness must not
+    // add up from tick to tick: the last tick is due exactly 24 periods after the first.
+    EXPECT_LT(total / 25, 50.0);
+    EXPECT_LT(times[24] - (50.0 + 20.0 * 24), 100.0);
 }
 
 TEST(QtSerialQueueTest, CancelledTimerStopsAndReplacedHandlerIsTheOneThatRuns) {
@@ -173,6 +187,21 @@ TEST(QtSerialQueueTest, TimerLetGoByItsOwnerStops) {
     });
     ASSERT_TRUE(ticks.waitFor(1));
     EXPECT_EQ(ticks.values(), (std::vector<std::string>{"end"}));
+}
+
+TEST(QtSerialQueueTest, StopDropsLaterWorkAndCanBeRepeated) {
+    QtSerialQueue queue("test.queue");
+    TestMailbox<std::string> ran;
+    queue.post([&] { ran.put("before stop"); });
+    ASSERT_TRUE(ran.waitFor(1));
+    queue.stop();
+    queue.post([&] { ran.put("after stop"); });
+    queue.postAfter(0, [&] { ran.put("delayed after stop"); });
+    queue.stop();
+    QtSerialQueue witness("test.witness"); // a second queue shows that time for the dropped work has passed
+    witness.postAfter(0.05, [&] { ran.put("witness"); });
+    ASSERT_TRUE(ran.waitFor(2));
+    EXPECT_EQ(ran.values(), (std::vector<std::string>{"before stop", "witness"}));
 }
 
 TEST(QtSerialQueueTest, DestructionDropsPendingWorkAndObjectsOfTheQueue) {

@@ -5,6 +5,7 @@
 #include "QtTrust.h"
 
 #include <QNetworkAccessManager>
+#include <QPointer>
 
 #include <memory>
 
@@ -18,7 +19,8 @@ namespace keyferry {
 // (connection refused, host not found, network unreachable: nothing was sent) is tried again after 0.25,
 // 0.5, 1 and then every 2 seconds until that bound. Any HTTP status is a response; a failure without one is
 // a TransportError; an exchange that ends cleanly without an HTTP status (data: URLs) is NotHttpResponse.
-// Exchanges still running when the client is destroyed are abandoned without completing.
+// Exchanges still running when the client is destroyed, or when the queue stops, are abandoned without
+// completing.
 class QtHttpClient : public HttpClient {
 public:
     QtHttpClient(QtSerialQueue& queue, QtTrust trust);
@@ -32,7 +34,8 @@ public:
 private:
     QtSerialQueue& queue_;
     const QSslConfiguration tls_;
-    QNetworkAccessManager* manager_; // lives on the queue's thread; released with deleteLater()
+    // Lives on the queue's thread, owned by the queue's context; cleared when the queue stops first.
+    QPointer<QNetworkAccessManager> manager_;
 };
 
 } // namespace keyferry

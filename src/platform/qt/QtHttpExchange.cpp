@@ -12,8 +12,9 @@ namespace {
 
 constexpr int retryDelaysMilliseconds[] = {250, 500, 1000, 2000};
 
+// Negative or meaningless limits count as zero; Qt timers hold at most about 24 days.
 int milliseconds(double seconds) {
-    return static_cast<int>(std::clamp(seconds * 1000.0, 0.0, 2'000'000'000.0));
+    return seconds > 0 ? static_cast<int>(std::min(seconds * 1000.0, 2'000'000'000.0)) : 0;
 }
 
 // Errors that Qt reports for an HTTP status (4xx, 5xx): the server answered, so there is a response.
@@ -70,7 +71,9 @@ void QtHttpExchange::attempt() {
     } else if (verb == "GET") {
         reply_ = manager_.get(networkRequest()); // the one form that also serves data: and file: URLs
     } else {
-        reply_ = manager_.sendCustomRequest(networkRequest(), verb);
+        // An empty body rather than none, so that a POST says "Content-Length: 0": some servers refuse a
+        // POST without a length.
+        reply_ = manager_.sendCustomRequest(networkRequest(), verb, QByteArray());
     }
     connect(reply_.data(), &QNetworkReply::finished, this, &QtHttpExchange::attemptFinished);
 }

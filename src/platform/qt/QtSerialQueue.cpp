@@ -11,9 +11,15 @@ namespace keyferry {
 
 namespace {
 
+// Negative or meaningless lengths count as zero; lengths beyond a century as a century.
+std::chrono::nanoseconds length(double seconds) {
+    constexpr double century = 100.0 * 365 * 24 * 3600;
+    const double bounded = seconds > 0 ? std::min(seconds, century) : 0.0;
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::duration<double>(bounded));
+}
+
 QtDeadlineQueue::TimePoint deadlineAfter(double seconds) {
-    const auto delay = std::chrono::duration<double>(std::max(seconds, 0.0));
-    return std::chrono::steady_clock::now() + std::chrono::duration_cast<std::chrono::nanoseconds>(delay);
+    return std::chrono::steady_clock::now() + length(seconds);
 }
 
 } // namespace
@@ -29,11 +35,15 @@ QtSerialQueue::QtSerialQueue(const std::string& name)
 }
 
 QtSerialQueue::~QtSerialQueue() {
+    stop();
+    context_.reset(); // drops the tasks still posted
+}
+
+void QtSerialQueue::stop() {
     // The event loop may still deliver events already taken in hand after quit(): the flag stops them.
     stopping_ = true;
     thread_->quit();
     thread_->wait();
-    context_.reset(); // drops the tasks still posted
 }
 
 void QtSerialQueue::releaseOnQueueThread() {
@@ -69,9 +79,7 @@ std::shared_ptr<WorkItem> QtSerialQueue::postAfter(double seconds, std::function
 
 std::shared_ptr<RepeatingTimer> QtSerialQueue::startTimer(double firstDeadline, double period,
                                                           std::function<void()> handler) {
-    const auto periodLength =
-        std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::duration<double>(std::max(period, 0.0)));
-    auto timer = std::make_shared<QtRepeatingTimer>(periodLength, std::move(handler));
+    auto timer = std::make_shared<QtRepeatingTimer>(length(period), std::move(handler));
     post([this, weakTimer = std::weak_ptr<QtRepeatingTimer>(timer), deadline = deadlineAfter(firstDeadline)] {
         if (const auto alive = weakTimer.lock()) {
             alive->scheduleTick(deadlines(), deadline);

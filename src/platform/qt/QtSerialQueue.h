@@ -16,8 +16,9 @@ namespace keyferry {
 // Owned by the application (or a test), which builds it before and destroys it after everything that uses
 // it. Any thread may post. Delayed work and timer ticks keep deadline order; immediate posts run in posting
 // order. A timer ticks until cancelled or until its last owner releases it; a period of zero ticks once.
-// Destruction (never from the queue's own thread) waits for the task under way, then stops the thread:
-// pending work is dropped and every Qt object parented to context() is destroyed on the queue's thread.
+// stop(), or destruction (never from the queue's own thread), waits for the task under way, then stops the
+// thread: pending and later work is dropped and every Qt object parented to context() is destroyed on the
+// queue's thread. Stopping the queue first lets the application tear down the rest in any order.
 class QtSerialQueue : public SerialQueue {
 public:
     explicit QtSerialQueue(const std::string& name);
@@ -31,6 +32,9 @@ public:
     std::shared_ptr<RepeatingTimer> startTimer(double firstDeadline, double period,
                                                std::function<void()> handler) override;
     bool isCurrent() const override;
+
+    // Stops the thread as described above; does nothing the second time.
+    void stop();
 
     // An object living on the queue's thread: Qt objects of the queue are made (on the queue) as its
     // children, so that they are destroyed on that thread at the latest when the queue stops.
