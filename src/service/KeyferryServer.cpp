@@ -10,6 +10,7 @@
 #include <openssl/ssl.h>
 
 #include <chrono>
+#include <csignal>
 #include <fstream>
 #include <sstream>
 
@@ -34,6 +35,9 @@ std::string readFile(const std::filesystem::path& path) {
 KeyferryServer::KeyferryServer(const ServerOptions& options, ServiceClock& clock)
     : tls_(boost::asio::ssl::context::tls_server), storage_(openStorage(options.dataFolder)),
       core_(clock, *storage_, connections_.events()) {
+    // OpenSSL writes to the sockets itself, without MSG_NOSIGNAL: a peer that hangs up mid-write must end
+    // that connection with EPIPE, not the whole process.
+    std::signal(SIGPIPE, SIG_IGN);
     if (options.certificateFile) {
         authorityFile_ = *options.certificateFile;
         configureTls(*options.certificateFile, *options.keyFile);

@@ -22,6 +22,7 @@ class Listener;
 // the computers' sockets and the listener, all on one io_context. The constructor prepares everything and
 // binds the port (throws std::runtime_error or boost::system::system_error on failure); run() serves on
 // the calling thread until stop(), which may be called from any thread. The clock must outlive it.
+// Constructing one makes the process ignore SIGPIPE (a closed peer is reported as EPIPE instead).
 class KeyferryServer {
 public:
     KeyferryServer(const ServerOptions& options, ServiceClock& clock);

@@ -50,6 +50,10 @@ std::variant<ServerOptions, std::string> ServerOptions::parse(const std::vector<
         if (name == "--help" || name == "-h") {
             return usage();
         }
+        if (name == "--init") {
+            options.initOnly = true;
+            continue;
+        }
         if (i + 1 >= arguments.size()) {
             return "missing value after " + name + "\n" + usage();
         }
@@ -87,12 +91,13 @@ std::variant<ServerOptions, std::string> ServerOptions::parse(const std::vector<
 
 std::string ServerOptions::usage() {
     return "usage: keyferry-service [--listen HOST:PORT] [--data DIR] [--cert FILE --key FILE]\n"
-           "                        [--public-url https://HOST:PORT] [--host-name NAME]...\n"
+           "                        [--public-url https://HOST:PORT] [--host-name NAME]... [--init]\n"
            "  --listen      address to listen on (default 127.0.0.1:8443; use 0.0.0.0:8443 for phones on the LAN)\n"
            "  --data        data folder (default $XDG_DATA_HOME/keyferry-service)\n"
            "  --cert/--key  serve this PEM certificate chain and key instead of the service's own\n"
            "  --public-url  the address phones open; its host goes into the service's certificate\n"
-           "  --host-name   another name or address for the service's certificate (repeatable)\n";
+           "  --host-name   another name or address for the service's certificate (repeatable)\n"
+           "  --init        prepare the data folder and certificates, print the authority's path, and exit\n";
 }
 
 std::filesystem::path ServerOptions::defaultDataFolder() {

@@ -15,6 +15,7 @@ namespace keyferry::service {
 //   --cert FILE --key FILE  serve this certificate chain and key instead of the service's own
 //   --public-url URL    the https address phones use; its host is added to the server certificate
 //   --host-name NAME    another host name or address for the server certificate (repeatable)
+//   --init              prepare the data folder and certificates, print the authority's path, and exit
 struct ServerOptions {
     std::string listenHost = "127.0.0.1";
     unsigned short listenPort = 8443;
@@ -23,6 +24,7 @@ struct ServerOptions {
     std::optional<std::filesystem::path> keyFile;
     std::optional<std::string> publicUrl;
     std::vector<std::string> hostNames;
+    bool initOnly = false;
 
     // The options, or the text of what is wrong with the arguments (or the usage for --help).
     static std::variant<ServerOptions, std::string> parse(const std::vector<std::string>& arguments);

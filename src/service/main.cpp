@@ -1,3 +1,4 @@
+#include "CertificateAuthority.h"
 #include "KeyferryServer.h"
 #include "ServerOptions.h"
 #include "ServiceClock.h"
@@ -14,6 +15,11 @@ int main(int argc, char** argv) {
     }
     const auto& options = std::get<ServerOptions>(parsed);
     try {
+        if (options.initOnly) {
+            // Lets the application be built with this service's authority before the service first runs.
+            std::cout << CertificateAuthority::ensure(options.dataFolder, options.hostNames).authority.string() << "\n";
+            return 0;
+        }
         SystemClock clock;
         KeyferryServer server(options, clock);
         server.stopOnTerminationSignals();

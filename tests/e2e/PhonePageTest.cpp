@@ -45,7 +45,7 @@ TEST(PhonePageTest, PairSendFollowUntilTypedAndSeeThePairingRemoved) {
                           "--url", "https://127.0.0.1:" + std::to_string(server.port()), "--cert",
                           (folder.path() / "data" / "server.pem").string(), "--code", computer.json["pairCode"],
                           "--text-file", textFile.string(), "--profile", (folder.path() / "profile").string(), "--out",
-                          screenshots.string()},
+                          screenshots.string(), "--expect-offline", "--expect-removal"},
                          privateHome(folder.path() / "home"));
 
     ASSERT_EQ(browser.readLine(60s), "paired");

@@ -55,6 +55,14 @@ TEST(ServiceProcessTest, MakesItsOwnAuthorityWithTheConfiguredNames) {
     EXPECT_EQ(std::system(verify.c_str()), 0);
 }
 
+TEST(ServiceProcessTest, InitPreparesTheCertificatesAndExits) {
+    TempFolder folder;
+    EXPECT_EQ(exitCodeOf("--init --data " + folder.path().string() + " --host-name 127.77.0.1"), 0);
+    EXPECT_TRUE(std::filesystem::exists(folder.path() / "ca.pem"));
+    EXPECT_TRUE(std::filesystem::exists(folder.path() / "server.pem"));
+    EXPECT_FALSE(std::filesystem::exists(folder.path() / "keyferry.sqlite3"));
+}
+
 TEST(ServiceProcessTest, TextsSurviveACrashOfTheService) {
     TempFolder folder;
     std::string computerToken;

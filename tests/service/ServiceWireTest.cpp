@@ -319,6 +319,22 @@ TEST_F(ServiceWireTest, UnacknowledgedTextsAreSentAgainInOrderAfterADroppedSocke
     EXPECT_TRUE(eventuallyState(phone, ids[2], "typed"));
 }
 
+TEST_F(ServiceWireTest, AComputerHangingUpDuringALargeBacklogEndsOnlyItsConnection) {
+    const auto [computer, phone] = pairedComputer();
+    for (int i = 0; i < 40; ++i) {
+        sendText(phone, std::string(10'000, static_cast<char>('a' + i % 26)));
+    }
+    {
+        auto socket = connectComputer(computer);
+        socket->drop();
+    }
+    auto again = connectComputer(computer);
+    const auto first = again->read();
+    ASSERT_TRUE(first);
+    EXPECT_EQ((*first)["text"], std::string(10'000, 'a'));
+    EXPECT_EQ(client->get("/v1/computers/pair/status", computer.token).status, 200);
+}
+
 TEST_F(ServiceWireTest, ARepeatedAcknowledgementChangesNothing) {
     const auto [computer, phone] = pairedComputer();
     auto socket = connectComputer(computer);
