@@ -16,8 +16,8 @@ namespace ssl = boost::asio::ssl;
 
 } // namespace
 
-HttpsClient::HttpsClient(unsigned short port, std::filesystem::path authority)
-    : port_(port), authority_(std::move(authority)) {}
+HttpsClient::HttpsClient(unsigned short port, std::filesystem::path authority, std::string address)
+    : port_(port), authority_(std::move(authority)), address_(std::move(address)) {}
 
 HttpsClient::Answer HttpsClient::get(const std::string& target, const std::string& token) const {
     return exchange("GET", target, token, {});
@@ -37,7 +37,7 @@ HttpsClient::Answer HttpsClient::exchange(const std::string& method, const std::
     beast::ssl_stream<beast::tcp_stream> stream(io, tls);
     stream.set_verify_callback(ssl::host_name_verification("localhost"));
     beast::get_lowest_layer(stream).connect(
-        boost::asio::ip::tcp::endpoint(boost::asio::ip::make_address("127.0.0.1"), port_));
+        boost::asio::ip::tcp::endpoint(boost::asio::ip::make_address(address_), port_));
     stream.handshake(ssl::stream_base::client);
 
     http::request<http::string_body> request{http::string_to_verb(method), target, 11};

@@ -9,8 +9,9 @@
 
 namespace keyferry::service {
 
-// One HTTPS exchange with the service on 127.0.0.1, verifying its certificate against the given
-// authority (host name "localhost"). Each request uses a new connection; failures to connect throw.
+// One HTTPS exchange with the service on a loopback address (127.0.0.1 unless told), verifying its
+// certificate against the given authority (host name "localhost"). Each request uses a new connection;
+// failures to connect throw.
 class HttpsClient {
 public:
     struct Answer {
@@ -20,7 +21,7 @@ public:
         boost::beast::http::fields headers;
     };
 
-    HttpsClient(unsigned short port, std::filesystem::path authority);
+    HttpsClient(unsigned short port, std::filesystem::path authority, std::string address = "127.0.0.1");
 
     Answer get(const std::string& target, const std::string& token = {}) const;
     Answer post(const std::string& target, const std::string& token = {}, const std::string& body = {}) const;
@@ -35,6 +36,7 @@ public:
 private:
     unsigned short port_;
     std::filesystem::path authority_;
+    std::string address_;
 };
 
 } // namespace keyferry::service
