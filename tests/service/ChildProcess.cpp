@@ -3,6 +3,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <poll.h>
+#include <sys/prctl.h>
 #include <stdexcept>
 #include <sys/wait.h>
 #include <thread>
@@ -18,6 +19,8 @@ ChildProcess::ChildProcess(const std::vector<std::string>& arguments,
     }
     pid_ = fork();
     if (pid_ == 0) {
+        // Whatever ends the test (a crash, a time-out's kill) ends its helpers too.
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
         dup2(output[1], STDOUT_FILENO);
         close(output[0]);
         close(output[1]);

@@ -11,8 +11,8 @@
 namespace keyferry::service {
 
 // A child program for tests: its standard output is read line by line with a time limit; standard error
-// is inherited. The destructor ends it (SIGTERM, SIGKILL after 5 s) and reaps it. Failure to start throws
-// std::runtime_error. Owned by one thread.
+// is inherited. The destructor ends it (SIGTERM, SIGKILL after 5 s) and reaps it; if this process dies
+// first, the child is killed. Failure to start throws std::runtime_error. Owned by one thread.
 class ChildProcess {
 public:
     // `arguments[0]` is the program's path; `environment` entries are added to (or replace) this process's.
