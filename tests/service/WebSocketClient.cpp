@@ -65,7 +65,8 @@ std::optional<nlohmann::json> WebSocketClient::read(std::chrono::milliseconds ti
 void WebSocketClient::send(const nlohmann::json& frame) {
     socket_.text(true);
     bool done = false;
-    socket_.async_write(boost::asio::buffer(frame.dump()), [&done](beast::error_code, std::size_t) { done = true; });
+    const std::string text = frame.dump(); // must outlive the write, which may take several steps
+    socket_.async_write(boost::asio::buffer(text), [&done](beast::error_code, std::size_t) { done = true; });
     runUntil(done, std::chrono::seconds(5));
 }
 
