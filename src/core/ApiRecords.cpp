@@ -32,7 +32,6 @@ PairedPhone readPhone(JsonReader& reader) {
     };
 }
 
-
 } // namespace
 
 std::optional<PairingResponse> PairingResponse::decode(std::string_view json) {

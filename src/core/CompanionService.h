@@ -108,7 +108,7 @@ private:
     void connect();
     std::optional<std::string> socketURL() const;
     void receiveNext(const Task& task);
-    void handleReceived(const WeakTask& weakTask, WebSocketReceiveResult result);
+    void handleReceived(const WeakTask& weakTask, const WebSocketReceiveResult& result);
     void handle(const WebSocketMessage& message, const Task& task);
     void handleInsertText(const ServerMessage& message, const Task& task);
     void sendReply(const SocketReply& reply, const Task& task);

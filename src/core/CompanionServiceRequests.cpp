@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <string_view>
 #include <utility>
 
@@ -42,9 +43,14 @@ RequestResult<Record> outcomeToResult(HttpOutcome outcome) {
 } // namespace
 
 std::string CompanionService::urlFor(const std::string& path) const {
-    // The base keeps one slash before the path, whether or not it was written with a trailing one.
-    const bool endsWithSlash = !baseURL.empty() && baseURL.back() == '/';
-    return (endsWithSlash ? baseURL : baseURL + "/") + path;
+    // The path joins the base's own path with one slash, whether or not the base ends with one; a query or
+    // fragment of the base stays at the end.
+    const auto suffixStart = std::min(baseURL.find_first_of("?#"), baseURL.size());
+    auto joined = baseURL.substr(0, suffixStart);
+    if (joined.empty() || joined.back() != '/') {
+        joined += '/';
+    }
+    return joined + path + baseURL.substr(suffixStart);
 }
 
 HttpRequest CompanionService::request(const std::string& path, const std::string& method) const {

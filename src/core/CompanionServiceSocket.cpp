@@ -88,7 +88,7 @@ void CompanionService::receiveNext(const Task& task) {
     });
 }
 
-void CompanionService::handleReceived(const WeakTask& weakTask, WebSocketReceiveResult result) {
+void CompanionService::handleReceived(const WeakTask& weakTask, const WebSocketReceiveResult& result) {
     assertOnQueue();
     const auto task = weakTask.lock();
     // Completions of a closed or replaced socket end their loop here.

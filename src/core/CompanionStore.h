@@ -10,7 +10,9 @@
 namespace keyferry {
 
 // The pairing record, the computer token and the ids of texts already typed. Owned by the service; every
-// operation takes the one lock for its whole duration, so any thread may call it.
+// operation takes the one lock for its whole duration, so any thread may call it. Reads never fail (anything
+// absent or unreadable reads as not paired, an empty token, no ids); only savePairing() reports a failure,
+// the keychain's, and then writes nothing else.
 class CompanionStore {
 public:
     static constexpr std::size_t processedMessageLimit = 200;

@@ -16,9 +16,10 @@ using HttpHeaders = std::vector<std::pair<std::string, std::string>>;
 std::optional<std::string> headerValue(const HttpHeaders& headers, std::string_view name);
 
 // One HTTP exchange. The time limits travel with the request so that every adapter honours them:
-// the request gives up after `timeout` seconds without progress, the whole exchange (waiting for the
-// network included) is abandoned after `resourceTimeout` seconds, and while the network is down the
-// request waits for it instead of failing at once when `waitsForConnectivity` is set.
+// `timeout` is the request's own limit and `idleTimeout` the client-wide one for time without progress, so
+// the exchange ends after min(timeout, idleTimeout) seconds without data; the whole exchange (waiting for the
+// network included) is abandoned after `resourceTimeout` seconds; and while the network is down the request
+// waits for it instead of failing at once when `waitsForConnectivity` is set.
 struct HttpRequest {
     std::string method = "GET";
     std::string url;

@@ -8,23 +8,20 @@ namespace keyferry {
 
 namespace {
 
-bool isHighSurrogate(char16_t unit) { return (unit & 0xFC00) == 0xD800; }
-
-// Every line end becomes one line feed: CR LF first, then any CR left.
-std::u16string normalisedLineEnds(std::u16string_view units) {
-    std::u16string out;
-    out.reserve(units.size());
+// Every line end becomes one line feed: CR LF first, then any CR left. In place, since the text only shrinks.
+void normaliseLineEnds(std::u16string& units) {
+    std::size_t kept = 0;
     for (std::size_t index = 0; index < units.size(); ++index) {
         if (units[index] == u'\r') {
             if (index + 1 < units.size() && units[index + 1] == u'\n') {
                 ++index;
             }
-            out.push_back(u'\n');
+            units[kept++] = u'\n';
         } else {
-            out.push_back(units[index]);
+            units[kept++] = units[index];
         }
     }
-    return out;
+    units.resize(kept);
 }
 
 } // namespace
@@ -36,18 +33,24 @@ bool TextInjector::insert(std::string_view text) {
     if (text.empty()) {
         return true; // nothing to type, so no permission needed
     }
-    return insert(utf16FromUtf8(text));
+    return insertUnits(utf16FromUtf8(text));
 }
 
 bool TextInjector::insert(std::u16string_view text) {
     if (text.empty()) {
         return true;
     }
+    return insertUnits(std::u16string(text));
+}
+
+// The one copy of the text per call; every chunk is a view into it.
+bool TextInjector::insertUnits(std::u16string units) {
     // Never the system prompt from here: asking is the shell's business.
     if (!accessibility.isTrusted(false)) {
         return false;
     }
-    return postUnicode(normalisedLineEnds(text));
+    normaliseLineEnds(units);
+    return postUnicode(units);
 }
 
 bool TextInjector::postUnicode(const std::u16string& units) {

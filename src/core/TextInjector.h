@@ -23,6 +23,7 @@ public:
     bool insert(std::u16string_view text);
 
 private:
+    bool insertUnits(std::u16string units);
     bool postUnicode(const std::u16string& units);
 
     KeyboardPoster& poster;

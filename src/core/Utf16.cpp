@@ -85,7 +85,6 @@ void appendUtf8(std::string& out, char32_t codePoint) {
     }
 }
 
-bool isHighSurrogate(char16_t unit) { return (unit & 0xFC00) == 0xD800; }
 bool isLowSurrogate(char16_t unit) { return (unit & 0xFC00) == 0xDC00; }
 
 } // namespace

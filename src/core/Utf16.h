@@ -20,4 +20,7 @@ std::string utf8FromUtf16(std::u16string_view utf16);
 // True when the bytes are well-formed UTF-8.
 bool isValidUtf8(std::string_view bytes);
 
+// True for the first half of a surrogate pair.
+inline bool isHighSurrogate(char16_t unit) { return (unit & 0xFC00) == 0xD800; }
+
 } // namespace keyferry

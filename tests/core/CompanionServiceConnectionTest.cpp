@@ -7,7 +7,6 @@ namespace {
 
 using State = CompanionConnectionState;
 
-
 class CompanionServiceConnectionTest : public ::testing::Test, protected CompanionServiceHarness {
 protected:
     // The socket is lost and, while its status check is still open, a new one is opened.

@@ -8,7 +8,6 @@ namespace {
 
 using State = CompanionConnectionState;
 
-
 class RequestsHarness : public CompanionServiceHarness {
 public:
     const HttpRequest& onlyRequestTo(const std::string& path) {
@@ -123,6 +122,13 @@ TEST_F(CompanionServiceRequestsTest, ABaseWithATrailingSlashStillJoinsWithOneSla
     other.service->requestPairingCode();
     other.settle();
     EXPECT_EQ(other.http.request(0).url, "https://keyferry.example/api/v1/computers/pair/start");
+}
+
+TEST_F(CompanionServiceRequestsTest, ABaseWithAQueryKeepsItAfterTheJoinedPath) {
+    CompanionServiceHarness other("https://keyferry.example/api?tenant=7");
+    other.service->requestPairingCode();
+    other.settle();
+    EXPECT_EQ(other.http.request(0).url, "https://keyferry.example/api/v1/computers/pair/start?tenant=7");
 }
 
 TEST_F(CompanionServiceRequestsTest, WithoutACredentialTheHeaderIsExactlyBearerAndASpace) {

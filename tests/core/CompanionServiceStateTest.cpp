@@ -80,6 +80,34 @@ TEST_F(CompanionServiceStateTest, UnsetCallbacksAreSkipped) {
     EXPECT_EQ(ackedIds(socket), std::vector<std::string>{"A"});
 }
 
+TEST_F(CompanionServiceStateTest, EveryReportWithoutItsCallbackIsDropped) {
+    service->onStateChange = nullptr;
+    service->onPairCode = nullptr;
+    service->onPairingCompleted = nullptr;
+    service->onPhonesChanged = nullptr;
+    service->onAccessibilityNeeded = nullptr;
+    service->onTextInserted = nullptr;
+    service->onError = nullptr;
+    service->requestPairingCode(); // a state, a code
+    settle();
+    respond(startPath, 200, pairingReply("fresh-token", 1'800'000'600'000));
+    advance(1.8);
+    respond(statusPath, 200, statusReply("active")); // the pairing completed
+    respond(phonesPath, 200, phonesReply({phone("p1")})); // a phone list
+    lastSocket().deliverText(insertText("A", "typed")); // a text inserted
+    settle();
+    keyboard.failAtPost(1);
+    lastSocket().deliverText(insertText("B", "not typed")); // the permission needed
+    settle();
+    service->removePhone("p1");
+    settle();
+    respond(removePath, 500, "{}"); // an error
+    EXPECT_EQ(keyboard.typedText(), "typed");
+    EXPECT_EQ(processedIds(), std::vector<std::string>{"A"});
+    EXPECT_GE(mainThread.postedCount(), 8u);
+    EXPECT_TRUE(events.empty());
+}
+
 TEST_F(CompanionServiceStateTest, StartWhileUnpairedAndAlreadyUnpairedReportsNothing) {
     service->start();
     settle();
