@@ -41,3 +41,7 @@ keyferry_test(keyferry_secret_service_tests integration
 target_compile_definitions(keyferry_secret_service_tests PRIVATE
     KEYFERRY_SILENT_SECRET_SERVICE="$<TARGET_FILE:keyferry-silent-secret-service>")
 add_dependencies(keyferry_secret_service_tests keyferry-silent-secret-service)
+
+keyferry_test(keyferry_spare_keycode_pool_tests integration
+    SOURCES ${CMAKE_CURRENT_LIST_DIR}/SpareKeycodePoolTest.cpp
+    LIBRARIES keyferry_linux)

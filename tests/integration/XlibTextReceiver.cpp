@@ -1,9 +1,7 @@
 // A plain Xlib client that takes the keyboard focus and appends the text of every key press to a file, as a
 // text field would insert it (Return inserts a line feed). Arguments: output file, milliseconds to spend on
-// each key (a slow client), and optionally --xkb-map-events to follow keymap changes through XKB map
-// notifications, as toolkits do, rather than only through the core MappingNotify. Prints "ready" once it has
-// the focus; stops on SIGTERM.
-#include <X11/XKBlib.h>
+// each key (a slow client). It follows keymap changes as plain Xlib clients do (MappingNotify, then
+// XRefreshKeyboardMapping). Prints "ready" once it has the focus and its keymap; stops on SIGTERM.
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
 #include <X11/keysym.h>
@@ -43,12 +41,25 @@ std::string textOf(XIC context, XKeyPressedEvent& event) {
     return {};
 }
 
+// Xlib fetches the keymap, and asks to be told of its changes, on the first key it translates; that request
+// waits in its output buffer until its event queue runs empty. An application has usually handled keys long
+// before text is typed into it; this client does the same before it says it is ready.
+void loadKeymap(Display* display) {
+    XKeyEvent key{};
+    key.type = KeyPress;
+    key.display = display;
+    key.keycode = XKeysymToKeycode(display, XK_a);
+    char buffer[8];
+    KeySym keysym = NoSymbol;
+    XLookupString(&key, buffer, sizeof buffer, &keysym, nullptr);
+    XFlush(display);
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
-    const bool xkbMapEvents = argc == 4 && std::string(argv[3]) == "--xkb-map-events";
-    if (argc != 3 && !xkbMapEvents) {
-        std::cerr << "usage: keyferry-xlib-receiver OUTPUT DELAY_MS [--xkb-map-events]\n";
+    if (argc != 3) {
+        std::cerr << "usage: keyferry-xlib-receiver OUTPUT DELAY_MS\n";
         return 2;
     }
     if (std::setlocale(LC_ALL, "C.UTF-8") == nullptr || !XSupportsLocale()) {
@@ -67,15 +78,6 @@ int main(int argc, char** argv) {
                                               BlackPixel(display, screen), WhitePixel(display, screen));
     XSelectInput(display, window, KeyPressMask | FocusChangeMask | StructureNotifyMask);
     XMapRaised(display, window);
-    int xkbEventBase = -1;
-    if (xkbMapEvents) {
-        int opcode = 0;
-        int errorBase = 0;
-        int major = XkbMajorVersion;
-        int minor = XkbMinorVersion;
-        XkbQueryExtension(display, &opcode, &xkbEventBase, &errorBase, &major, &minor);
-        XkbSelectEvents(display, XkbUseCoreKbd, XkbMapNotifyMask, XkbMapNotifyMask);
-    }
     XIC context = createInputContext(display, window);
     if (context == nullptr) {
         std::cerr << "no input context\n";
@@ -88,13 +90,14 @@ int main(int argc, char** argv) {
         if (XFilterEvent(&event, None)) {
             continue;
         }
-        if (event.type == MappingNotify || event.type == xkbEventBase) {
+        if (event.type == MappingNotify) {
             // What every Xlib client is told to do when the keyboard mapping changes.
             XRefreshKeyboardMapping(&event.xmapping);
         } else if (event.type == MapNotify) {
             XSetInputFocus(display, window, RevertToParent, CurrentTime);
         } else if (event.type == FocusIn && !announced) {
             XSetICFocus(context);
+            loadKeymap(display);
             announced = true;
             std::cout << "ready" << std::endl;
         } else if (event.type == KeyPress) {

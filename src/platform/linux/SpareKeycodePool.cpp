@@ -1,32 +1,36 @@
 #include "SpareKeycodePool.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace keyferry {
 
-SpareKeycodePool::SpareKeycodePool(const std::vector<unsigned>& keycodes, std::chrono::steady_clock::duration guard)
+SpareKeycodePool::SpareKeycodePool(const std::vector<unsigned>& keycodes, unsigned levels,
+                                   std::chrono::steady_clock::duration guard)
     : reuseGuard(guard) {
     for (const unsigned keycode : keycodes) {
-        slots.push_back(Slot{keycode, std::nullopt, std::nullopt});
+        for (unsigned level = 0; level < levels; ++level) {
+            slots.push_back(Slot{Place{keycode, level}, std::nullopt, std::nullopt});
+        }
     }
 }
 
-SpareKeycodePool::Slot* SpareKeycodePool::slotOn(unsigned keycode) {
-    const auto found = std::find_if(slots.begin(), slots.end(), [&](const Slot& slot) { return slot.keycode == keycode; });
+const SpareKeycodePool::Slot* SpareKeycodePool::slotAt(Place place) const {
+    const auto found = std::find_if(slots.begin(), slots.end(), [&](const Slot& slot) { return slot.place == place; });
     return found == slots.end() ? nullptr : &*found;
 }
 
-const SpareKeycodePool::Slot* SpareKeycodePool::slotOn(unsigned keycode) const {
-    return const_cast<SpareKeycodePool*>(this)->slotOn(keycode);
+SpareKeycodePool::Slot* SpareKeycodePool::slotAt(Place place) {
+    return const_cast<Slot*>(std::as_const(*this).slotAt(place));
 }
 
-std::optional<unsigned> SpareKeycodePool::keycodeFor(unsigned long keysym) const {
+std::optional<SpareKeycodePool::Place> SpareKeycodePool::placeOf(unsigned long keysym) const {
     const auto found = std::find_if(slots.begin(), slots.end(), [&](const Slot& slot) { return slot.keysym == keysym; });
-    return found == slots.end() ? std::nullopt : std::optional<unsigned>(found->keycode);
+    return found == slots.end() ? std::nullopt : std::optional<Place>(found->place);
 }
 
-std::optional<unsigned long> SpareKeycodePool::keysymOn(unsigned keycode) const {
-    const Slot* slot = slotOn(keycode);
+std::optional<unsigned long> SpareKeycodePool::keysymOn(Place place) const {
+    const Slot* slot = slotAt(place);
     return slot == nullptr ? std::nullopt : slot->keysym;
 }
 
@@ -51,8 +55,10 @@ std::vector<unsigned> SpareKeycodePool::bind(const std::vector<unsigned long>& k
     std::vector<unsigned> changed;
     for (std::size_t index = 0; index < keysyms.size() && index < candidates.size(); ++index) {
         candidates[index]->keysym = keysyms[index];
-        changed.push_back(candidates[index]->keycode);
+        changed.push_back(candidates[index]->place.keycode);
     }
+    std::sort(changed.begin(), changed.end());
+    changed.erase(std::unique(changed.begin(), changed.end()), changed.end());
     return changed;
 }
 
@@ -71,8 +77,8 @@ SpareKeycodePool::nextFree(const std::unordered_set<unsigned long>& protectedKey
     return earliest;
 }
 
-void SpareKeycodePool::markTyped(unsigned keycode, TimePoint readBy) {
-    if (Slot* slot = slotOn(keycode)) {
+void SpareKeycodePool::markTyped(Place place, TimePoint readBy) {
+    if (Slot* slot = slotAt(place)) {
         slot->readBy = std::max(slot->readBy.value_or(readBy), readBy);
     }
 }
@@ -94,8 +100,8 @@ std::optional<SpareKeycodePool::TimePoint> SpareKeycodePool::lastReadBy() const 
 std::vector<unsigned> SpareKeycodePool::boundKeycodes() const {
     std::vector<unsigned> bound;
     for (const Slot& slot : slots) {
-        if (slot.keysym) {
-            bound.push_back(slot.keycode);
+        if (slot.keysym && (bound.empty() || bound.back() != slot.place.keycode)) {
+            bound.push_back(slot.place.keycode);
         }
     }
     return bound;
@@ -107,6 +113,6 @@ void SpareKeycodePool::forgetBindings() {
     }
 }
 
-bool SpareKeycodePool::isSpare(unsigned keycode) const { return slotOn(keycode) != nullptr; }
+bool SpareKeycodePool::isSpare(unsigned keycode) const { return slotAt(Place{keycode, 0}) != nullptr; }
 
 } // namespace keyferry

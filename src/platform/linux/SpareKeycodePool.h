@@ -8,34 +8,43 @@
 
 namespace keyferry {
 
-// The bookkeeping of the keycodes Keyferry borrows to type characters the keyboard layout lacks: which
-// keysym each one carries, until when a client may still be reading it, and which one may be rebound next.
+// The bookkeeping of the keycodes Keyferry borrows to type characters the keyboard layout lacks: which keysym
+// each place (a keycode and a level: 0 typed plain, 1 typed with Shift) carries, until when a client may still
+// be reading it, and which one may be rebound next.
 // It touches no X connection; its owner applies the bindings it chooses. Owned by one X11KeyboardSession,
 // used under its owner's lock only.
 //
-// A receiving client translates a key event with the keymap it holds when it processes the event, so a
-// keycode is rebound only `reuseGuard` after the moment its last key is expected to have been read; among such
-// keycodes the least recently used goes first, which keeps the characters of a text bound while it is typed.
+// A receiving client translates a key event with the keymap it holds when it processes the event, so a place
+// is rebound only `reuseGuard` after the moment its last key is expected to have been read; among such places
+// the least recently used goes first, which keeps the characters of a text bound while it is typed.
 class SpareKeycodePool {
 public:
     using TimePoint = std::chrono::steady_clock::time_point;
 
-    SpareKeycodePool(const std::vector<unsigned>& keycodes, std::chrono::steady_clock::duration reuseGuard);
+    struct Place {
+        unsigned keycode = 0;
+        unsigned level = 0;
+
+        bool operator==(const Place&) const = default;
+    };
+
+    SpareKeycodePool(const std::vector<unsigned>& keycodes, unsigned levels,
+                     std::chrono::steady_clock::duration reuseGuard);
 
     std::size_t size() const { return slots.size(); }
-    std::optional<unsigned> keycodeFor(unsigned long keysym) const;
-    std::optional<unsigned long> keysymOn(unsigned keycode) const;
+    std::optional<Place> placeOf(unsigned long keysym) const;
+    std::optional<unsigned long> keysymOn(Place place) const;
 
-    // Binds as many of `keysyms` (none bound yet) as free keycodes allow at `now`, in order, never taking one
+    // Binds as many of `keysyms` (none bound yet) as free places allow at `now`, in order, never taking one
     // that carries one of `protectedKeysyms`. Returns the keycodes changed; the caller must apply them.
     std::vector<unsigned> bind(const std::vector<unsigned long>& keysyms,
                                const std::unordered_set<unsigned long>& protectedKeysyms, TimePoint now);
 
-    // When the next keycode not carrying one of `protectedKeysyms` becomes free; none when there is none.
+    // When the next place not carrying one of `protectedKeysyms` becomes free; none when there is none.
     std::optional<TimePoint> nextFree(const std::unordered_set<unsigned long>& protectedKeysyms) const;
 
-    // Records that the keycode's last key is expected to have been read by every client at `readBy`.
-    void markTyped(unsigned keycode, TimePoint readBy);
+    // Records that the place's last key is expected to have been read by every client at `readBy`.
+    void markTyped(Place place, TimePoint readBy);
 
     bool hasBindings() const;
     std::optional<TimePoint> lastReadBy() const;
@@ -48,13 +57,13 @@ public:
 
 private:
     struct Slot {
-        unsigned keycode = 0;
+        Place place;
         std::optional<unsigned long> keysym;
         std::optional<TimePoint> readBy;
     };
 
-    Slot* slotOn(unsigned keycode);
-    const Slot* slotOn(unsigned keycode) const;
+    Slot* slotAt(Place place);
+    const Slot* slotAt(Place place) const;
     TimePoint freeFrom(const Slot& slot) const;
 
     std::vector<Slot> slots;

@@ -1,11 +1,13 @@
 #include "X11KeyboardSession.h"
 
 #include <X11/XKBlib.h>
+#include <X11/extensions/XInput2.h>
 #include <X11/extensions/XTest.h>
 #include <X11/keysym.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cstring>
 #include <mutex>
 #include <thread>
 
@@ -24,11 +26,16 @@ int countProtocolError(Display*, XErrorEvent*) {
     return 0;
 }
 
+// A broken connection is reported to the process-wide handler first (the default one prints and exits), then
+// to the connection's own exit handler below; both return, so the loss only fails the calls.
+int ignoreConnectionLoss(Display*) { return 0; }
+
 void initialiseXlib() {
     static std::once_flag once;
     std::call_once(once, [] {
         XInitThreads();
         XSetErrorHandler(countProtocolError);
+        XSetIOErrorHandler(ignoreConnectionLoss);
     });
 }
 
@@ -46,6 +53,45 @@ unsigned long keysymFor(char32_t character) {
     }
     const bool latin1 = (character >= 0x20 && character <= 0x7E) || (character >= 0xA0 && character <= 0xFF);
     return latin1 ? character : unicodeKeysymBase + character;
+}
+
+// The slave keyboard device XTest events come from, found through the X input extension.
+std::optional<int> xtestKeyboard(Display* display) {
+    int opcode = 0;
+    int eventBase = 0;
+    int errorBase = 0;
+    int major = 2;
+    int minor = 0;
+    if (!XQueryExtension(display, "XInputExtension", &opcode, &eventBase, &errorBase) ||
+        XIQueryVersion(display, &major, &minor) != Success) {
+        return std::nullopt;
+    }
+    int count = 0;
+    XIDeviceInfo* devices = XIQueryDevice(display, XIAllDevices, &count);
+    std::optional<int> found;
+    for (int index = 0; index < count && !found; ++index) {
+        if (devices[index].use == XISlaveKeyboard && std::strstr(devices[index].name, "XTEST") != nullptr) {
+            found = devices[index].deviceid;
+        }
+    }
+    XIFreeDeviceInfo(devices);
+    return found;
+}
+
+bool sameSymbols(XkbDescPtr left, XkbDescPtr right) {
+    if (left->min_key_code != right->min_key_code || left->max_key_code != right->max_key_code) {
+        return false;
+    }
+    for (int keycode = left->min_key_code; keycode <= left->max_key_code; ++keycode) {
+        const int count = XkbKeyNumSyms(left, keycode);
+        if (count != XkbKeyNumSyms(right, keycode) ||
+            XkbKeyGroupsWidth(left, keycode) != XkbKeyGroupsWidth(right, keycode) ||
+            !std::equal(XkbKeySymsPtr(left, keycode), XkbKeySymsPtr(left, keycode) + count,
+                        XkbKeySymsPtr(right, keycode))) {
+            return false;
+        }
+    }
+    return true;
 }
 
 } // namespace
@@ -88,6 +134,7 @@ bool X11KeyboardSession::connect() {
     }
     const unsigned long mapEvents = XkbNewKeyboardNotifyMask | XkbMapNotifyMask;
     XkbSelectEvents(display, XkbUseCoreKbd, mapEvents, mapEvents);
+    matchTestDeviceKeymap();
     if (!loadKeymap()) {
         disconnect();
         return false;
@@ -104,6 +151,28 @@ void X11KeyboardSession::disconnect() {
     pool.reset();
 }
 
+// XTest events come from their own slave device, and the server switches the core keyboard to that device's
+// keymap when they arrive. When the user's layout was set on the other keyboards only, the XTest device still
+// has the server's default one and keys would come out in it; it gets the core keyboard's keymap instead.
+void X11KeyboardSession::matchTestDeviceKeymap() {
+    const auto device = xtestKeyboard(display);
+    if (!device) {
+        return;
+    }
+    XkbDescPtr core = XkbGetMap(display, XkbAllMapComponentsMask, XkbUseCoreKbd);
+    XkbDescPtr test = XkbGetMap(display, XkbAllMapComponentsMask, static_cast<unsigned>(*device));
+    if (core != nullptr && test != nullptr && !sameSymbols(core, test)) {
+        core->device_spec = static_cast<unsigned short>(*device);
+        XkbSetMap(display, XkbAllMapComponentsMask, core);
+        discardOwnNotifications();
+    }
+    for (XkbDescPtr desc : {core, test}) {
+        if (desc != nullptr) {
+            XkbFreeKeyboard(desc, 0, True);
+        }
+    }
+}
+
 bool X11KeyboardSession::loadKeymap() {
     const auto previousUse = pool ? pool->lastReadBy() : std::nullopt;
     keymap = X11Keymap::load(display);
@@ -111,11 +180,14 @@ bool X11KeyboardSession::loadKeymap() {
         pool.reset();
         return false;
     }
-    pool.emplace(keymap->spareKeycodes(), timing.reuseGuard);
+    const unsigned levels = keymap->shiftKeycode() ? 2 : 1;
+    pool.emplace(keymap->spareKeycodes(), levels, timing.reuseGuard);
     if (previousUse) {
         // The new keycodes may be the ones a slow client is still reading under their old meaning.
         for (const unsigned keycode : keymap->spareKeycodes()) {
-            pool->markTyped(keycode, *previousUse);
+            for (unsigned level = 0; level < levels; ++level) {
+                pool->markTyped({keycode, level}, *previousUse);
+            }
         }
     }
     return true;
@@ -152,6 +224,7 @@ bool X11KeyboardSession::type(std::u32string_view text) {
     const int errorsBefore = protocolErrors.load();
     if (keymapChangedElsewhere()) {
         restoreSpareKeycodes();
+        matchTestDeviceKeymap();
         if (!loadKeymap()) {
             return false;
         }
@@ -188,7 +261,7 @@ bool X11KeyboardSession::bindFor(std::u32string_view remaining, int group) {
         if (keymap->strokeFor(keysym, group)) {
             continue;
         }
-        if (pool->keycodeFor(keysym)) {
+        if (pool->placeOf(keysym)) {
             bound.insert(keysym);
         } else if (std::find(needed.begin(), needed.end(), keysym) == needed.end()) {
             needed.push_back(keysym);
@@ -228,8 +301,8 @@ std::optional<KeyStroke> X11KeyboardSession::strokeFor(char32_t character, int g
     if (const auto stroke = keymap->strokeFor(keysym, group)) {
         return stroke;
     }
-    if (const auto keycode = pool->keycodeFor(keysym)) {
-        return KeyStroke{*keycode, false};
+    if (const auto place = pool->placeOf(keysym)) {
+        return KeyStroke{place->keycode, place->level == 1};
     }
     return std::nullopt;
 }
@@ -257,7 +330,7 @@ bool X11KeyboardSession::pressKeys(std::u32string_view text, std::size_t& positi
         XTestFakeKeyEvent(display, stroke->keycode, False, CurrentTime);
         pressed();
         if (pool->isSpare(stroke->keycode)) {
-            pool->markTyped(stroke->keycode, slowestReader);
+            pool->markTyped({stroke->keycode, stroke->shift ? 1U : 0U}, slowestReader);
         }
     }
     if (shiftDown) {
@@ -308,15 +381,22 @@ void X11KeyboardSession::restoreModifiers(const ModifierState& state) {
     }
 }
 
-// A borrowed keycode carries its character on every level and group, so that neither Shift, Caps Lock nor the
-// layout group can change it (a single symbol would be read as a lower/upper-case pair), and so that its key
-// type keeps one level: Xlib clients update their copy of the keymap key by key and were measured misreading
-// keys whose levels changed between bindings. Keycodes given back get their original symbols.
+// A borrowed keycode carries its plain character on every first level and its shifted one on every second
+// level, in every group: the layout group cannot change them, and a level not in use repeats the other one (a
+// single symbol would be read as a lower/upper-case pair). Keycodes given back get their original symbols.
 std::vector<unsigned long> X11KeyboardSession::intendedSymbols(unsigned keycode) const {
-    if (const auto keysym = pool->keysymOn(keycode)) {
-        return std::vector<unsigned long>(static_cast<std::size_t>(keymap->symbolsPerKeycode()), *keysym);
+    const auto plain = pool->keysymOn({keycode, 0});
+    const auto shifted = pool->keysymOn({keycode, 1});
+    if (!plain && !shifted) {
+        return keymap->originalSymbols(keycode);
     }
-    return keymap->originalSymbols(keycode);
+    const unsigned long first = plain.value_or(*shifted);
+    const unsigned long second = shifted.value_or(first);
+    std::vector<unsigned long> symbols;
+    for (int column = 0; column < keymap->symbolsPerKeycode(); ++column) {
+        symbols.push_back(column % 2 == 0 ? first : second);
+    }
+    return symbols;
 }
 
 // Writes the intended symbols of `keycodes` in as few requests as possible: one per run of spare keycodes,

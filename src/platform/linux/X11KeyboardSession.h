@@ -55,6 +55,7 @@ private:
 
     bool connect();
     void disconnect();
+    void matchTestDeviceKeymap();
     bool loadKeymap();
     bool keymapChangedElsewhere();
     void discardOwnNotifications();

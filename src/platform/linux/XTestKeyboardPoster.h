@@ -15,17 +15,18 @@ class X11KeyboardSession;
 
 // Types text into the focused X window with XTest, exactly, whatever the characters and the layout.
 //
-// Characters the current layout has are typed with their own keys (with Shift where the layout needs it);
-// every other character goes through a spare keycode (one with no symbol, or only a media/launcher symbol)
-// (plain or with Shift) bound to it: the bindings a chunk needs are made in as few keymap requests as possible,
-// followed by a short settle so clients see the new keymap before the keys. Bindings stay as a
-// least-recently-used cache. A client translates a key with the keymap it holds when it processes the event,
-// possibly long after it was sent, so a binding is changed only `reuseGuard` after the moment a client
-// handling one key per `slowestKeyInterval` would have read its last key: such clients get every character
-// exactly; typing waits for that when a text has more distinct characters than the spare keycodes hold. Caps Lock and other locks, latched modifiers and modifier keys the user
-// holds are released for the chunk and put back after it, so the text never turns into shortcuts or changes
-// case. The borrowed keycodes get their own symbols back `restoreAfter` after the slowest client has read the
-// last key (from a background thread), and at destruction (after at most `restoreAfter`).
+// Characters the current layout has are typed with their own keys (with Shift where the layout needs it).
+// Every other character is bound to a place on a spare keycode (a keycode with no symbol, or only a
+// media/launcher symbol; each holds two characters, one typed plain and one with Shift): the bindings a chunk
+// needs are made in as few keymap requests as possible, followed by a short settle so clients see the new
+// keymap before the keys. Bindings stay as a least-recently-used cache. A client translates a key with the
+// keymap it holds when it processes the event, possibly long after it was sent, so a binding is changed only
+// `reuseGuard` after the moment a client handling one key per `slowestKeyInterval` would have read its last
+// key: such clients get every character exactly, and typing waits for that when a text has more distinct
+// characters than the spare keycodes hold. Caps Lock and other locks, latched modifiers and modifier keys the
+// user holds are released for the chunk and put back after it, so the text never turns into shortcuts or
+// changes case. The borrowed keycodes get their own symbols back `restoreAfter` after the slowest client has
+// read the last key (from a background thread), and at destruction (waiting at most `restoreAfter`).
 //
 // Ownership: owned by the application or a tool; opens its own X connection (DISPLAY) on first use and
 // reopens it after a loss. Thread: postKeyPair is called from one thread at a time (the service's queue);

@@ -1,0 +1,61 @@
+// The spare-keycode bookkeeping on its own: which place a character gets, and when one may be rebound.
+#include "SpareKeycodePool.h"
+
+#include <gtest/gtest.h>
+
+namespace keyferry {
+namespace {
+
+using namespace std::chrono_literals;
+using TimePoint = SpareKeycodePool::TimePoint;
+using Place = SpareKeycodePool::Place;
+
+const TimePoint start = TimePoint{} + 1000s;
+
+TEST(SpareKeycodePoolTest, BindsFreshPlacesKeycodeByKeycodeInTheOrderGiven) {
+    SpareKeycodePool pool({30, 10, 20}, 2, 250ms);
+    EXPECT_EQ(pool.size(), 6U);
+    EXPECT_EQ(pool.bind({0x1000001, 0x1000002, 0x1000003}, {}, start), (std::vector<unsigned>{10, 30}));
+    EXPECT_EQ(pool.placeOf(0x1000001), (std::optional<Place>(Place{30, 0})));
+    EXPECT_EQ(pool.placeOf(0x1000002), (std::optional<Place>(Place{30, 1})));
+    EXPECT_EQ(pool.keysymOn({10, 0}), std::optional<unsigned long>(0x1000003));
+    EXPECT_EQ(pool.keysymOn({10, 1}), std::nullopt);
+    EXPECT_EQ(pool.placeOf(0x1000004), std::nullopt);
+    EXPECT_EQ(pool.boundKeycodes(), (std::vector<unsigned>{30, 10}));
+}
+
+TEST(SpareKeycodePoolTest, RebindsOnlyPlacesReadLongEnoughAgoLeastRecentFirst) {
+    SpareKeycodePool pool({10, 20}, 1, 250ms);
+    pool.bind({1, 2}, {}, start);
+    pool.markTyped({10, 0}, start + 100ms);
+    pool.markTyped({20, 0}, start);
+    EXPECT_TRUE(pool.bind({3}, {}, start + 200ms).empty());
+    EXPECT_EQ(pool.nextFree({}), std::optional<TimePoint>(start + 250ms));
+    EXPECT_EQ(pool.bind({3}, {}, start + 250ms), (std::vector<unsigned>{20}));
+    EXPECT_EQ(pool.placeOf(2), std::nullopt);
+    EXPECT_EQ(pool.placeOf(3), (std::optional<Place>(Place{20, 0})));
+}
+
+TEST(SpareKeycodePoolTest, NeverTakesAPlaceCarryingAProtectedCharacter) {
+    SpareKeycodePool pool({10, 20}, 1, 250ms);
+    pool.bind({1, 2}, {}, start);
+    EXPECT_EQ(pool.bind({3}, {1}, start), (std::vector<unsigned>{20}));
+    EXPECT_EQ(pool.nextFree({1, 3}), std::nullopt);
+}
+
+TEST(SpareKeycodePoolTest, KeepsTheLatestReadingTimeAndForgetsBindingsOnRestore) {
+    SpareKeycodePool pool({10}, 1, 250ms);
+    pool.bind({1}, {}, start);
+    pool.markTyped({10, 0}, start + 2s);
+    pool.markTyped({10, 0}, start + 1s);
+    EXPECT_EQ(pool.lastReadBy(), std::optional<TimePoint>(start + 2s));
+    EXPECT_EQ(pool.boundKeycodes(), (std::vector<unsigned>{10}));
+    pool.forgetBindings();
+    EXPECT_FALSE(pool.hasBindings());
+    EXPECT_TRUE(pool.isSpare(10));
+    EXPECT_FALSE(pool.isSpare(11));
+    EXPECT_TRUE(pool.bind({2}, {}, start + 2100ms).empty());
+}
+
+} // namespace
+} // namespace keyferry
