@@ -7,17 +7,16 @@
 #include "StartupManager.h"
 #include "Symbols.h"
 #include "SystemColors.h"
+#include "WindowPlacement.h"
 
 #include <QAction>
 #include <QApplication>
 #include <QCheckBox>
 #include <QCursor>
-#include <QGuiApplication>
 #include <QLabel>
 #include <QMenu>
 #include <QPointer>
 #include <QPushButton>
-#include <QScreen>
 #include <QSystemTrayIcon>
 
 #if defined(__APPLE__)
@@ -37,23 +36,13 @@ QDateTime toDateTime(CompanionService::PairCodeExpiry expiresAt) {
     return QDateTime::fromMSecsSinceEpoch(milliseconds);
 }
 
-void centreOnScreen(QWidget& window) {
-    const QScreen* screen = window.screen() != nullptr ? window.screen() : QGuiApplication::primaryScreen();
-    if (screen == nullptr) {
-        return;
-    }
-    const QRect frame = window.frameGeometry();
-    const QPoint centre = screen->availableGeometry().center();
-    window.move(centre.x() - frame.width() / 2, centre.y() - frame.height() / 2);
-}
-
 } // namespace
 
 AppDelegate::AppDelegate(std::shared_ptr<CompanionService> companionService, AccessibilityProbe& accessibilityProbe,
                          ShellScheduler& shellScheduler, const QStringList& arguments, bool trayIsAvailable)
     : service(std::move(companionService)), accessibility(accessibilityProbe), scheduler(shellScheduler),
-      pairCodeWindowController(shellScheduler),
-      background(arguments.contains(QString::fromLatin1(backgroundArgument), Qt::CaseSensitive)),
+      pairCodeWindow(shellScheduler),
+      launchedInBackground(arguments.contains(QString::fromLatin1(backgroundArgument), Qt::CaseSensitive)),
       trayAvailable(trayIsAvailable) {}
 
 AppDelegate::~AppDelegate() = default;
@@ -77,21 +66,21 @@ void AppDelegate::applicationDidFinishLaunching() {
         static_cast<void>(StartupManager::writeRegistration());
     }
     // Without a tray the window is the application's only presence, so it is shown whatever the arguments.
-    explicitlyOpened = !background || !trayAvailable;
+    hasExplicitlyOpenedWindow = !launchedInBackground || !trayAvailable;
     QApplication::setWindowIcon(Assets::appIcon());
     configureStatusItem();
     configurePairingWindow();
     configureServiceCallbacks();
-    pairingWindowController.setTraylessControlsVisible(!trayAvailable);
-    pairingWindowController.startupCheckbox->setChecked(StartupManager::isEnabled());
+    pairingWindow.setTraylessControlsVisible(!trayAvailable);
+    pairingWindow.startupCheckbox->setChecked(StartupManager::isEnabled());
     service->start();
-    if (explicitlyOpened) {
+    if (hasExplicitlyOpenedWindow) {
         presentPairingWindow();
     }
 }
 
 bool AppDelegate::applicationShouldHandleReopen(bool) {
-    explicitlyOpened = true;
+    hasExplicitlyOpenedWindow = true;
     presentPairingWindow();
     return true;
 }
@@ -104,77 +93,84 @@ void AppDelegate::applicationWillTerminate() {
 }
 
 void AppDelegate::configureStatusItem() {
-    menu = std::make_unique<QMenu>();
-    QAction* heading = menu->addAction(QStringLiteral("Keyferry"));
+    configureStatusMenu();
+    configureTrayIcon();
+}
+
+void AppDelegate::configureStatusMenu() {
+    statusMenu = std::make_unique<QMenu>();
+    QAction* heading = statusMenu->addAction(QStringLiteral("Keyferry"));
     heading->setEnabled(false);
-    statusAction = menu->addAction(QStringLiteral("Not paired"));
-    statusAction->setEnabled(false);
-    menu->addSeparator();
-    QAction* open = menu->addAction(QStringLiteral("Open Keyferry"), this, &AppDelegate::showWindow);
+    statusMenuItem = statusMenu->addAction(QStringLiteral("Not paired"));
+    statusMenuItem->setEnabled(false);
+    statusMenu->addSeparator();
+    QAction* open = statusMenu->addAction(QStringLiteral("Open Keyferry"), this, &AppDelegate::showWindow);
     open->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_O));
-    pairingAction = menu->addAction(QStringLiteral("Add phone"), this, &AppDelegate::addPhone);
-    menu->addAction(QStringLiteral("Accessibility permission"), this, &AppDelegate::requestAccessibility);
-    startupAction = menu->addAction(QStringLiteral("Open at login"));
-    startupAction->setCheckable(true);
-    startupAction->setChecked(StartupManager::isEnabled());
-    connect(startupAction, &QAction::triggered, this, [this](bool checked) {
+    pairingMenuItem = statusMenu->addAction(QStringLiteral("Add phone"), this, &AppDelegate::addPhone);
+    statusMenu->addAction(QStringLiteral("Accessibility permission"), this, &AppDelegate::requestAccessibility);
+    startupMenuItem = statusMenu->addAction(QStringLiteral("Open at login"));
+    startupMenuItem->setCheckable(true);
+    startupMenuItem->setChecked(StartupManager::isEnabled());
+    connect(startupMenuItem, &QAction::triggered, this, [this](bool checked) {
         // The check mark follows the outcome of the change, not the click.
-        startupAction->setChecked(!checked);
+        startupMenuItem->setChecked(!checked);
         toggleStartup();
     });
-    menu->addSeparator();
-    QAction* quitAction = menu->addAction(QStringLiteral("Quit Keyferry"), this, &AppDelegate::quit);
+    statusMenu->addSeparator();
+    QAction* quitAction = statusMenu->addAction(QStringLiteral("Quit Keyferry"), this, &AppDelegate::quit);
     quitAction->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
     for (QAction* action : {open, quitAction}) {
         action->setShortcutVisibleInContextMenu(true);
     }
+}
 
-    trayIcon = std::make_unique<QSystemTrayIcon>();
+void AppDelegate::configureTrayIcon() {
+    statusItem = std::make_unique<QSystemTrayIcon>();
 #if defined(__APPLE__)
-    trayIcon->setIcon(Symbols::templateIcon(QStringLiteral("waveform.and.mic")));
+    statusItem->setIcon(Symbols::templateIcon(QStringLiteral("waveform.and.mic")));
 #else
     // Tray hosts here seldom recolour icons: draw the symbol in the desktop's text colour, still marked
     // as a mask for those that do.
     QIcon symbol = Symbols::icon(QStringLiteral("waveform.and.mic"), SystemColors::label());
     symbol.setIsMask(true);
-    trayIcon->setIcon(symbol);
+    statusItem->setIcon(symbol);
 #endif
-    trayIcon->setToolTip(QStringLiteral("Keyferry"));
-    trayIcon->setContextMenu(menu.get());
-    connect(trayIcon.get(), &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
+    statusItem->setToolTip(QStringLiteral("Keyferry"));
+    statusItem->setContextMenu(statusMenu.get());
+    connect(statusItem.get(), &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
         // A plain click opens the menu too, as a menu-bar item does.
         if (reason == QSystemTrayIcon::Trigger) {
-            menu->popup(QCursor::pos());
+            statusMenu->popup(QCursor::pos());
         }
     });
     if (trayAvailable) {
-        trayIcon->show();
+        statusItem->show();
     }
 }
 
 void AppDelegate::configurePairingWindow() {
     QPointer<AppDelegate> weakSelf(this);
-    pairingWindowController.onCreateCode = [weakSelf] {
+    pairingWindow.onCreateCode = [weakSelf] {
         if (weakSelf) {
             weakSelf->service->requestPairingCode();
         }
     };
-    pairingWindowController.onRemovePhone = [weakSelf](const PairedPhone& phone) {
+    pairingWindow.onRemovePhone = [weakSelf](const PairedPhone& phone) {
         if (weakSelf) {
             weakSelf->service->removePhone(phone.id);
         }
     };
-    pairingWindowController.onRequestAccessibility = [weakSelf] {
+    pairingWindow.onRequestAccessibility = [weakSelf] {
         if (weakSelf) {
             weakSelf->requestAccessibility();
         }
     };
-    pairingWindowController.onStartupChanged = [weakSelf](bool enabled) {
+    pairingWindow.onStartupChanged = [weakSelf](bool enabled) {
         if (weakSelf) {
             weakSelf->setStartup(enabled);
         }
     };
-    pairingWindowController.onQuit = [weakSelf] {
+    pairingWindow.onQuit = [weakSelf] {
         if (weakSelf) {
             weakSelf->quit();
         }
@@ -221,12 +217,12 @@ void AppDelegate::configureServiceCallbacks() {
 }
 
 void AppDelegate::presentPairingWindow() {
-    QWidget* window = pairingWindowController.window();
+    QWidget* window = pairingWindow.window();
     if (window == nullptr) {
         return;
     }
     if (!window->isVisible()) {
-        centreOnScreen(*window);
+        WindowPlacement::centreOnScreen(*window);
     }
     window->show();
     window->raise();
@@ -234,12 +230,12 @@ void AppDelegate::presentPairingWindow() {
 }
 
 void AppDelegate::setStatusLine(const QString& text) {
-    statusAction->setText(text);
-    pairingWindowController.stateLine->setText(text);
+    statusMenuItem->setText(text);
+    pairingWindow.stateLine->setText(text);
 }
 
 void AppDelegate::presentState(CompanionConnectionState state) {
-    PairingWindowController& window = pairingWindowController;
+    PairingWindowController& window = pairingWindow;
     window.connectionState = state;
     const bool creatingCode = state == CompanionConnectionState::creatingCode;
     window.addPhoneButton->setEnabled(!creatingCode);
@@ -254,27 +250,27 @@ void AppDelegate::stateChanged(CompanionConnectionState state) {
     presentState(state);
     switch (state) {
     case CompanionConnectionState::connected:
-        if (autoHide) {
-            autoHide = false;
-            if (!explicitlyOpened) {
+        if (autoHideWhenConnected) {
+            autoHideWhenConnected = false;
+            if (!hasExplicitlyOpenedWindow) {
                 QPointer<AppDelegate> self(this);
                 scheduler.after(autoHideDelay, [self] {
-                    if (self && self->pairingWindowController.window() != nullptr) {
-                        self->pairingWindowController.window()->hide();
+                    if (self && self->pairingWindow.window() != nullptr) {
+                        self->pairingWindow.window()->hide();
                     }
                 });
             }
         }
         break;
     case CompanionConnectionState::permissionRequired:
-        autoHide = true;
-        if (explicitlyOpened) {
+        autoHideWhenConnected = true;
+        if (hasExplicitlyOpenedWindow) {
             presentPairingWindow();
             beginPermissionMonitoring();
         }
         break;
     case CompanionConnectionState::unpaired:
-        if (explicitlyOpened) {
+        if (hasExplicitlyOpenedWindow) {
             presentPairingWindow();
         }
         break;
@@ -288,24 +284,24 @@ void AppDelegate::stateChanged(CompanionConnectionState state) {
 
 void AppDelegate::pairCodeReceived(const QString& code, const QDateTime& expiresAt) {
     presentPairingWindow();
-    pairCodeWindowController.show(code, expiresAt, pairingWindowController.window());
+    pairCodeWindow.show(code, expiresAt, pairingWindow.window());
 }
 
 void AppDelegate::pairingCompleted() {
-    pairCodeWindowController.setPaired();
+    pairCodeWindow.setPaired();
     service->refreshPhones();
     if (!accessibility.isTrusted(false)) {
-        autoHide = true;
+        autoHideWhenConnected = true;
     }
 }
 
 void AppDelegate::phonesChanged(const std::vector<PairedPhone>& phones) {
-    pairingWindowController.phones = phones;
-    pairingWindowController.renderPhones();
+    pairingWindow.phones = phones;
+    pairingWindow.renderPhones();
 }
 
 void AppDelegate::accessibilityNeeded() {
-    autoHide = true;
+    autoHideWhenConnected = true;
     presentPairingWindow();
     beginPermissionMonitoring();
 }
@@ -321,24 +317,24 @@ void AppDelegate::textInserted() {
 }
 
 void AppDelegate::errorReported(const QString& message) {
-    const QWidget* codeWindow = pairCodeWindowController.window();
+    const QWidget* codeWindow = pairCodeWindow.window();
     if (codeWindow != nullptr && codeWindow->isVisible()) {
-        pairCodeWindowController.statusLabel->setText(message);
-        SystemColors::setTextColor(*pairCodeWindowController.statusLabel, SystemColors::red());
+        pairCodeWindow.statusLabel->setText(message);
+        SystemColors::setTextColor(*pairCodeWindow.statusLabel, SystemColors::red());
         return;
     }
-    pairingWindowController.errorLabel->setText(message);
-    pairingWindowController.errorLabel->setVisible(!message.isEmpty());
+    pairingWindow.errorLabel->setText(message);
+    pairingWindow.errorLabel->setVisible(!message.isEmpty());
     presentPairingWindow();
 }
 
 void AppDelegate::showWindow() {
-    explicitlyOpened = true;
+    hasExplicitlyOpenedWindow = true;
     presentPairingWindow();
 }
 
 void AppDelegate::addPhone() {
-    explicitlyOpened = true;
+    hasExplicitlyOpenedWindow = true;
     presentPairingWindow();
     service->requestPairingCode();
 }
@@ -353,12 +349,12 @@ void AppDelegate::quit() {
 
 void AppDelegate::setStartup(bool enabled) {
     if (!StartupManager::setEnabled(enabled)) {
-        startupAction->setChecked(enabled);
-        pairingWindowController.startupCheckbox->setChecked(enabled);
+        startupMenuItem->setChecked(enabled);
+        pairingWindow.startupCheckbox->setChecked(enabled);
         return;
     }
-    pairingWindowController.errorLabel->setText(QStringLiteral("Could not update the login setting."));
-    pairingWindowController.errorLabel->show();
+    pairingWindow.errorLabel->setText(QStringLiteral("Could not update the login setting."));
+    pairingWindow.errorLabel->show();
     presentPairingWindow();
 }
 

@@ -58,21 +58,14 @@ public:
     // The status line's words for each state.
     static QString statusLine(CompanionConnectionState state);
 
-    // For the shell's owner and its tests.
-    PairingWindowController& pairingWindow() { return pairingWindowController; }
-    PairCodeWindowController& pairCodeWindow() { return pairCodeWindowController; }
-    QSystemTrayIcon* statusItem() const { return trayIcon.get(); }
-    QMenu* statusMenu() const { return menu.get(); }
-    QAction* statusMenuItem() const { return statusAction; }
-    QAction* pairingMenuItem() const { return pairingAction; }
-    QAction* startupMenuItem() const { return startupAction; }
+    // True while the permission timer exists.
     bool isMonitoringPermission() const;
-    bool autoHideWhenConnected() const { return autoHide; }
-    bool launchedInBackground() const { return background; }
-    bool hasExplicitlyOpenedWindow() const { return explicitlyOpened; }
 
 private:
     void configureStatusItem();
+    void configureStatusMenu();
+    // The tray item: the symbol, carrying the menu that configureStatusMenu made.
+    void configureTrayIcon();
     void configurePairingWindow();
     void configureServiceCallbacks();
     void presentPairingWindow();
@@ -93,18 +86,24 @@ private:
     std::shared_ptr<CompanionService> service;
     AccessibilityProbe& accessibility;
     ShellScheduler& scheduler;
-    PairingWindowController pairingWindowController;
-    PairCodeWindowController pairCodeWindowController;
-    std::unique_ptr<QMenu> menu;
-    std::unique_ptr<QSystemTrayIcon> trayIcon;
-    QAction* statusAction = nullptr;
-    QAction* pairingAction = nullptr;
-    QAction* startupAction = nullptr;
+
+public:
+    // The shell's parts and state, open to the shell's owner and its tests for reading; only the delegate
+    // writes them. The menu items are made (and the tray item's menu owned) by configureStatusItem().
+    PairingWindowController pairingWindow;
+    PairCodeWindowController pairCodeWindow;
+    std::unique_ptr<QMenu> statusMenu;
+    std::unique_ptr<QSystemTrayIcon> statusItem;
+    QAction* statusMenuItem = nullptr;
+    QAction* pairingMenuItem = nullptr;
+    QAction* startupMenuItem = nullptr;
     std::shared_ptr<ShellTimer> permissionTimer;
-    bool autoHide = false;
-    bool background = false;
-    bool explicitlyOpened = false;
-    bool trayAvailable = true;
+    bool autoHideWhenConnected = false;
+    const bool launchedInBackground;
+    bool hasExplicitlyOpenedWindow = false;
+
+private:
+    const bool trayAvailable;
 };
 
 } // namespace keyferry

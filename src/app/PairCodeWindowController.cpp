@@ -4,14 +4,15 @@
 #include "ShellScheduler.h"
 #include "SystemColors.h"
 #include "SystemFonts.h"
+#include "UnicodeNumerals.h"
+#include "WindowPlacement.h"
 
 #include <QCloseEvent>
-#include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLocale>
 #include <QPushButton>
-#include <QScreen>
+#include <QTextBoundaryFinder>
 #include <QVBoxLayout>
 #include <QWindow>
 
@@ -76,18 +77,31 @@ void PairCodeWindowController::configureWindow() {
     column->addStretch(1);
 }
 
-QString PairCodeWindowController::formattedCode(const QString& code) {
-    QList<char32_t> numerals;
-    for (const char32_t character : code.toUcs4()) {
-        if (QChar::isNumber(character)) {
-            numerals.append(character);
+namespace {
+
+// The characters (grapheme clusters, so a numeral keeps its marks) of `code` whose first code point is a
+// number, in order.
+QStringList numerals(const QString& code) {
+    QStringList found;
+    QTextBoundaryFinder characters(QTextBoundaryFinder::Grapheme, code);
+    for (qsizetype start = 0, end = characters.toNextBoundary(); end > start;
+         start = end, end = characters.toNextBoundary()) {
+        const QString character = code.mid(start, end - start);
+        if (UnicodeNumerals::isNumber(character.toUcs4().value(0))) {
+            found.append(character);
         }
     }
-    if (numerals.size() != 6) {
+    return found;
+}
+
+} // namespace
+
+QString PairCodeWindowController::formattedCode(const QString& code) {
+    const QStringList found = numerals(code);
+    if (found.size() != 6) {
         return code;
     }
-    return QString::fromUcs4(numerals.constData(), 3) + QStringLiteral("  ") +
-           QString::fromUcs4(numerals.constData() + 3, 3);
+    return found.mid(0, 3).join(QString()) + QStringLiteral("  ") + found.mid(3).join(QString());
 }
 
 QString PairCodeWindowController::expiryLine(const QDateTime& expiresAt) {
@@ -100,15 +114,11 @@ void PairCodeWindowController::show(const QString& code, const QDateTime& expire
     statusLabel->setText(expiryLine(expiresAt));
     QWidget& window = *windowWidget;
     if (over != nullptr) {
-        attachedTo = over;
+        parentWindow = over;
         attach(*over);
-        const QRect frame = window.frameGeometry();
-        const QPoint centre = over->frameGeometry().center();
-        window.move(centre.x() - frame.width() / 2, centre.y() - frame.height() / 2);
-    } else if (const QScreen* screen = QGuiApplication::primaryScreen()) {
-        const QRect frame = window.frameGeometry();
-        const QPoint centre = screen->availableGeometry().center();
-        window.move(centre.x() - frame.width() / 2, centre.y() - frame.height() / 2);
+        WindowPlacement::centreOver(window, *over);
+    } else {
+        WindowPlacement::centreOnScreen(window);
     }
     window.show();
     window.raise();
@@ -127,7 +137,7 @@ void PairCodeWindowController::attach(QWidget& over) {
 
 void PairCodeWindowController::detach() {
     QWindow* handle = windowWidget->windowHandle();
-    if (handle != nullptr && attachedTo && handle->transientParent() == attachedTo->windowHandle()) {
+    if (handle != nullptr && parentWindow && handle->transientParent() == parentWindow->windowHandle()) {
         handle->setTransientParent(nullptr);
     }
 }
@@ -164,7 +174,7 @@ bool PairCodeWindowController::eventFilter(QObject* watched, QEvent* event) {
 
 void PairCodeWindowController::windowWillClose() {
     detach();
-    attachedTo.clear();
+    parentWindow.clear();
     SystemColors::setTextColor(*statusLabel, SystemColors::secondaryLabel());
     if (onClose) {
         onClose();

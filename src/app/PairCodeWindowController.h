@@ -35,9 +35,10 @@ public:
 
     QLabel* codeLabel;
     QLabel* statusLabel;
+    // The window this one is shown over (attached to) while it is open; written by the controller only.
+    QPointer<QWidget> parentWindow;
 
     QWidget* window() const { return windowWidget.get(); }
-    QWidget* parentWindow() const { return attachedTo.data(); }
 
     // Shows `code` (six numerals as 3 + two blanks + 3, anything else as received) and its expiry, over
     // `over` when given, else centred on the screen.
@@ -50,7 +51,8 @@ public:
     void closeWindow();
     void close();
 
-    // The code as shown: the numerals of a six-numeral code grouped 3 + 3, anything else unchanged.
+    // The code as shown: the numerals (characters with a Unicode numeric type) of a six-numeral code grouped
+    // 3 + two blanks + 3, anything else unchanged.
     static QString formattedCode(const QString& code);
     // "Expires at " and the time in the locale's short time format.
     static QString expiryLine(const QDateTime& expiresAt);
@@ -66,7 +68,6 @@ private:
 
     ShellScheduler& scheduler;
     std::unique_ptr<QWidget> windowWidget;
-    QPointer<QWidget> attachedTo;
 };
 
 } // namespace keyferry

@@ -5,6 +5,7 @@
 #include "PlatformWords.h"
 #include "SystemColors.h"
 #include "SystemFonts.h"
+#include "WindowPlacement.h"
 
 #include <QCheckBox>
 #include <QHBoxLayout>
@@ -27,6 +28,7 @@ PairingWindowController::PairingWindowController()
                           Qt::WindowMinimizeButtonHint | Qt::WindowMaximizeButtonHint | Qt::WindowCloseButtonHint);
     window.resize(width, height);
     window.setMinimumSize(minimumWidth, minimumHeight);
+    WindowPlacement::centreOnScreen(window);
 
     errorLabel = new QLabel(QString(), &window);
     addPhoneButton = new QPushButton(QStringLiteral("Generate pairing code"), &window);
@@ -46,11 +48,24 @@ void PairingWindowController::configureWindow() {
     background.setColor(QPalette::Window, SystemColors::windowBackground());
     window.setPalette(background);
 
+    configurePhoneList();
+    configureControls();
+
+    auto* outerColumn = new QVBoxLayout(&window);
+    outerColumn->setContentsMargins(20, 20, 20, 18);
+    outerColumn->setSpacing(16);
+    outerColumn->addWidget(scrollArea, 1);
+    outerColumn->addLayout(bottomColumn());
+
+    renderPhones();
+}
+
+void PairingWindowController::configurePhoneList() {
     flippedView = new FlippedView;
     flippedView->setAutoFillBackground(false);
     devicesStack = &flippedView->stack();
     devicesStack->setSpacing(10);
-    scrollArea = new QScrollArea(&window);
+    scrollArea = new QScrollArea(windowWidget.get());
     scrollArea->setFrameShape(QFrame::NoFrame);
     scrollArea->setWidgetResizable(true);
     scrollArea->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
@@ -58,7 +73,10 @@ void PairingWindowController::configureWindow() {
     scrollArea->viewport()->setAutoFillBackground(false);
     scrollArea->setWidget(flippedView);
     scrollArea->setMinimumHeight(250);
+}
 
+void PairingWindowController::configureControls() {
+    QWidget& window = *windowWidget;
     errorLabel->setFont(SystemFonts::system(12));
     SystemColors::setTextColor(*errorLabel, SystemColors::red());
     errorLabel->setAlignment(Qt::AlignCenter);
@@ -88,26 +106,22 @@ void PairingWindowController::configureWindow() {
             onQuit();
         }
     });
+    setTraylessControlsVisible(false);
+}
+
+QVBoxLayout* PairingWindowController::bottomColumn() const {
     auto* traylessRow = new QHBoxLayout;
     traylessRow->addWidget(stateLine, 1);
     traylessRow->addWidget(quitButton);
-    setTraylessControlsVisible(false);
 
-    auto* bottomColumn = new QVBoxLayout;
-    bottomColumn->setSpacing(10);
-    bottomColumn->addWidget(errorLabel);
-    bottomColumn->addWidget(accessibilityButton);
-    bottomColumn->addWidget(addPhoneButton);
-    bottomColumn->addWidget(startupCheckbox, 0, Qt::AlignHCenter);
-    bottomColumn->addLayout(traylessRow);
-
-    auto* outerColumn = new QVBoxLayout(&window);
-    outerColumn->setContentsMargins(20, 20, 20, 18);
-    outerColumn->setSpacing(16);
-    outerColumn->addWidget(scrollArea, 1);
-    outerColumn->addLayout(bottomColumn);
-
-    renderPhones();
+    auto* column = new QVBoxLayout;
+    column->setSpacing(10);
+    column->addWidget(errorLabel);
+    column->addWidget(accessibilityButton);
+    column->addWidget(addPhoneButton);
+    column->addWidget(startupCheckbox, 0, Qt::AlignHCenter);
+    column->addLayout(traylessRow);
+    return column;
 }
 
 void PairingWindowController::setTraylessControlsVisible(bool visible) {

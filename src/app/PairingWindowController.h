@@ -79,6 +79,10 @@ public:
 
 private:
     void configureWindow();
+    void configurePhoneList();
+    void configureControls();
+    // The controls under the list, in a column for the window's layout to take over.
+    QVBoxLayout* bottomColumn() const;
     void clearStack();
 
     std::unique_ptr<QWidget> windowWidget;

@@ -13,7 +13,13 @@ PlatformPorts::PlatformPorts(const QtTrust& trust)
     : queue("com.quillix.companion.connection"), http(queue, trust), webSockets(queue, trust),
       secrets(makeSecretBackend()), keyboard(makeKeyboardPoster()), accessibilityProbe(makeAccessibilityProbe()) {}
 
-PlatformPorts::~PlatformPorts() = default;
+PlatformPorts::~PlatformPorts() {
+    stopQueue();
+}
+
+void PlatformPorts::stopQueue() {
+    queue.stop();
+}
 
 CompanionServicePorts PlatformPorts::ports() {
     return {queue, mainThread, clock, http, webSockets, defaults, *secrets, *keyboard, *accessibilityProbe};

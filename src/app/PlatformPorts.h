@@ -15,8 +15,9 @@
 namespace keyferry {
 
 // Every adapter the service runs on in this application, built in dependency order (the serial queue
-// first) and destroyed in reverse. Owned by the entry point; must outlive the service. Built and destroyed
-// on the main thread, after the application object exists.
+// first). Owned by the entry point; must outlive the service. Built and destroyed on the main thread, after
+// the application object exists. Destruction stops the queue first, so no queued work is still using an
+// adapter while the adapters go.
 class PlatformPorts {
 public:
     explicit PlatformPorts(const QtTrust& trust);
@@ -28,6 +29,10 @@ public:
     // Gives work already queued (such as the closing of the socket at quit) up to `limit` to run before the
     // queue is torn down.
     void finishQueuedWork(std::chrono::milliseconds limit);
+
+    // Stops the queue's thread: waits for the task under way and drops the rest. After this nothing runs on
+    // the queue, so the service may be released on the main thread. A second call does nothing.
+    void stopQueue();
 
 private:
     static std::unique_ptr<SecretBackend> makeSecretBackend();

@@ -12,9 +12,7 @@ QFont SystemFonts::system(int pixelSize, QFont::Weight weight) {
 }
 
 QFont SystemFonts::monospacedDigit(int pixelSize, QFont::Weight weight) {
-    QFont font = system(pixelSize, weight);
-    font.setStyleHint(font.styleHint(), QFont::PreferDefault);
-    return font;
+    return system(pixelSize, weight);
 }
 
 } // namespace keyferry

@@ -11,8 +11,9 @@ public:
 
     static QFont system(int pixelSize, QFont::Weight weight = QFont::Normal);
 
-    // The interface font, with figures of equal width (the usual default of desktop fonts; fixed-pitch
-    // digits are asked for explicitly where the font offers the choice).
+    // The interface font for figures that should keep their width as they change. Desktop interface fonts
+    // draw figures of equal width by default, and this Qt offers no way to ask for them, so this is the
+    // interface font itself.
     static QFont monospacedDigit(int pixelSize, QFont::Weight weight = QFont::Normal);
 };
 

@@ -67,8 +67,10 @@ void runShell(keyferry::SingleInstance& instance) {
         QApplication::exec();
         instance.onReopen = nullptr;
     }
-    // The socket's orderly close was queued by the termination steps; give it a moment to leave.
+    // The socket's orderly close was queued by the termination steps; give it a moment to leave. Then the
+    // network thread stops, so the service is released (when this returns) with nothing of it still running.
     platform.finishQueuedWork(std::chrono::milliseconds(500));
+    platform.stopQueue();
 }
 
 } // namespace

@@ -210,11 +210,8 @@ std::error_code StartupManager::writeRegistration(const std::optional<fs::path>&
     if (error) {
         return error;
     }
-#if defined(__APPLE__)
-    const std::string bytes = launchAgentPropertyList(*executable);
-#else
-    const std::string bytes = autostartDesktopEntry(*executable);
-#endif
+    const std::string bytes = file.extension() == ".plist" ? launchAgentPropertyList(*executable)
+                                                           : autostartDesktopEntry(*executable);
     return writeAtomically(file, bytes);
 }
 

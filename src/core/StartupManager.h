@@ -43,7 +43,8 @@ public:
     static std::error_code writeRegistration();
 
     // Writes the registration for `executable` (StartupError::missingExecutable when absent) to `file`,
-    // creating its folder: the work behind writeRegistration(), with its inputs given.
+    // creating its folder: the work behind writeRegistration(), with its inputs given. The file's name picks
+    // the format: a launch agent property list for ".plist", a desktop entry otherwise.
     static std::error_code writeRegistration(const std::optional<std::filesystem::path>& executable,
                                              const std::filesystem::path& file);
 

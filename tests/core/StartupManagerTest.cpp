@@ -65,7 +65,8 @@ std::map<std::string, std::string> desktopEntryKeys(const std::string& content) 
 }
 
 // Undoes the string escaping of the file format, then splits the Exec value into arguments the way a
-// desktop launcher does (double quotes, backslash escapes inside them, %% for a percent sign).
+// desktop launcher does (double quotes, backslash escapes inside them, %% for a percent sign). Inside quotes
+// the four characters '"', '`', '$' and '\' must come escaped, and a backslash escapes nothing else.
 std::vector<std::string> execArguments(const std::string& raw) {
     std::string value;
     for (std::size_t index = 0; index < raw.size(); ++index) {
@@ -84,7 +85,13 @@ std::vector<std::string> execArguments(const std::string& raw) {
         const char character = value[index];
         if (quoted) {
             if (character == '\\') {
-                current += value.at(++index);
+                const char escaped = value.at(++index);
+                EXPECT_NE(std::string("\"`$\\").find(escaped), std::string::npos)
+                    << "a backslash before '" << escaped << "' in " << value;
+                current += escaped;
+            } else if (character == '`' || character == '$') {
+                ADD_FAILURE() << "an unescaped '" << character << "' inside quotes in " << value;
+                current += character;
             } else if (character == '"') {
                 quoted = false;
             } else if (character == '%') {
@@ -159,8 +166,8 @@ private:
             }
             const auto end = text.find(';', index);
             const std::string name = text.substr(index + 1, end - index - 1);
-            const std::map<std::string, char> entities{{"amp", '&'}, {"lt", '<'}, {"gt", '>'}, {"quot", '"'},
-                                                        {"apos", '\''}};
+            const std::map<std::string, char> entities{
+                {"amp", '&'}, {"lt", '<'}, {"gt", '>'}, {"quot", '"'}, {"apos", '\''}};
             EXPECT_TRUE(entities.contains(name)) << name;
             result += entities.at(name);
             index = end;
@@ -328,9 +335,8 @@ TEST_F(StartupManagerTest, ExecOfAPlainPath) {
               "[Desktop Entry]\nType=Application\nName=Keyferry\nExec=\"/usr/bin/keyferry\" --background\n");
 }
 
-TEST_F(StartupManagerTest, PropertyListHoldsExactlyTheFourEntries) {
-    const std::string executable = "/Applications/Keyferry & Co <beta>.app/Contents/MacOS/Keyferry";
-    const std::string xml = StartupManager::launchAgentPropertyList(executable);
+// Parses `xml` and checks it is the launch agent for `executable`: exactly the four entries.
+void expectLaunchAgent(const std::string& xml, const std::string& executable) {
     EXPECT_EQ(xml.rfind("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n", 0), 0u);
     EXPECT_NE(xml.find("<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\""), std::string::npos);
 
@@ -359,6 +365,21 @@ TEST_F(StartupManagerTest, PropertyListHoldsExactlyTheFourEntries) {
     EXPECT_EQ(arguments.children[0].text, executable);
     EXPECT_EQ(arguments.children[1].tag, "string");
     EXPECT_EQ(arguments.children[1].text, "--background");
+}
+
+TEST_F(StartupManagerTest, PropertyListHoldsExactlyTheFourEntries) {
+    const std::string executable = "/Applications/Keyferry & Co <beta>.app/Contents/MacOS/Keyferry";
+    expectLaunchAgent(StartupManager::launchAgentPropertyList(executable), executable);
+}
+
+TEST_F(StartupManagerTest, LaunchAgentFileIsWrittenAsAPropertyList) {
+    const fs::path file = StartupManager::launchAgentPath(home);
+    ASSERT_FALSE(fs::exists(home / "Library"));
+    ASSERT_FALSE(
+        StartupManager::writeRegistration(fs::path("/Applications/Keyferry.app/Contents/MacOS/Keyferry"), file));
+    expectLaunchAgent(readFile(file), "/Applications/Keyferry.app/Contents/MacOS/Keyferry");
+    ASSERT_FALSE(StartupManager::writeRegistration(fs::path("/Users/ada/Keyferry.app/Contents/MacOS/Keyferry"), file));
+    expectLaunchAgent(readFile(file), "/Users/ada/Keyferry.app/Contents/MacOS/Keyferry");
 }
 
 } // namespace

@@ -41,7 +41,7 @@ std::string pairStatusJson(const std::string& status) {
 }
 
 QAction* menuItem(AppDelegate& delegate, const QString& title) {
-    for (QAction* action : delegate.statusMenu()->actions()) {
+    for (QAction* action : delegate.statusMenu->actions()) {
         if (action->text() == title) {
             return action;
         }
@@ -62,7 +62,7 @@ protected:
     }
     // Asks for a code from the window's button and lets the service answer with one.
     void showPairingCode(const std::string& code = "482913") {
-        QTest::mouseClick(shell.delegate->pairingWindow().addPhoneButton, Qt::LeftButton);
+        QTest::mouseClick(shell.delegate->pairingWindow.addPhoneButton, Qt::LeftButton);
         shell.settle();
         shell.http.respondTo("v1/computers/pair/start", 200, pairingCodeJson(code));
         shell.settle();
@@ -73,11 +73,21 @@ protected:
 
 TEST_F(AppDelegateTest, PlainStartShowsTheWindowCentred) {
     AppDelegate& delegate = shell.launch();
-    EXPECT_FALSE(delegate.launchedInBackground());
-    EXPECT_TRUE(delegate.hasExplicitlyOpenedWindow());
+    EXPECT_FALSE(delegate.launchedInBackground);
+    EXPECT_TRUE(delegate.hasExplicitlyOpenedWindow);
     QWidget& window = shell.mainWindow();
     EXPECT_TRUE(window.isVisible());
     const QPoint centre = window.frameGeometry().center();
+    const QPoint screenCentre = QGuiApplication::primaryScreen()->availableGeometry().center();
+    EXPECT_LE(std::abs(centre.x() - screenCentre.x()), 1);
+    EXPECT_LE(std::abs(centre.y() - screenCentre.y()), 1);
+}
+
+TEST_F(AppDelegateTest, PresentingAHiddenWindowCentresIt) {
+    AppDelegate& delegate = shell.launch({QStringLiteral("--background")});
+    shell.mainWindow().move(5, 5);
+    delegate.showWindow();
+    const QPoint centre = shell.mainWindow().frameGeometry().center();
     const QPoint screenCentre = QGuiApplication::primaryScreen()->availableGeometry().center();
     EXPECT_LE(std::abs(centre.x() - screenCentre.x()), 1);
     EXPECT_LE(std::abs(centre.y() - screenCentre.y()), 1);
@@ -93,16 +103,16 @@ TEST_F(AppDelegateTest, PresentingAVisibleWindowDoesNotMoveIt) {
 
 TEST_F(AppDelegateTest, BackgroundStartShowsNoWindow) {
     AppDelegate& delegate = shell.launch({QStringLiteral("--background")});
-    EXPECT_TRUE(delegate.launchedInBackground());
-    EXPECT_FALSE(delegate.hasExplicitlyOpenedWindow());
+    EXPECT_TRUE(delegate.launchedInBackground);
+    EXPECT_FALSE(delegate.hasExplicitlyOpenedWindow);
     shell.settle();
-    EXPECT_EQ(delegate.statusMenuItem()->text(), QStringLiteral("Not paired"));
+    EXPECT_EQ(delegate.statusMenuItem->text(), QStringLiteral("Not paired"));
     EXPECT_FALSE(shell.mainWindow().isVisible());
     EXPECT_FALSE(shell.codeWindow().isVisible());
 }
 
 TEST_F(AppDelegateTest, OnlyTheExactArgumentMeansBackground) {
-    EXPECT_FALSE(shell.launch({QStringLiteral("--background=1"), QStringLiteral("-background")}).launchedInBackground());
+    EXPECT_FALSE(shell.launch({QStringLiteral("--background=1"), QStringLiteral("-background")}).launchedInBackground);
     EXPECT_TRUE(shell.mainWindow().isVisible());
 }
 
@@ -111,11 +121,11 @@ TEST_F(AppDelegateTest, BackgroundUnpairedReportShowsNoWindowUntilOpenKeyferry) 
     // The service reports creatingCode, then unpaired, with the window never opened.
     shell.service->requestPairingCode();
     shell.settle();
-    EXPECT_EQ(delegate.statusMenuItem()->text(), QStringLiteral("Creating pairing code..."));
+    EXPECT_EQ(delegate.statusMenuItem->text(), QStringLiteral("Creating pairing code..."));
     shell.http.respondTo("v1/computers/pair/start", 503, "{}");
     shell.queue.runUntilIdle();
     shell.mainThread.runOne(); // unpaired
-    EXPECT_EQ(delegate.statusMenuItem()->text(), QStringLiteral("Not paired"));
+    EXPECT_EQ(delegate.statusMenuItem->text(), QStringLiteral("Not paired"));
     EXPECT_FALSE(shell.mainWindow().isVisible());
     shell.mainThread.drain(); // the error, which presents the window
     shell.mainWindow().hide();
@@ -137,25 +147,25 @@ TEST_F(AppDelegateTest, BackgroundPermissionFlowShowsTheWindowOnlyWhenAskedAndHi
     AppDelegate& delegate = shell.launch({QStringLiteral("--background")});
     shell.queue.runUntilIdle();
     ASSERT_TRUE(shell.mainThread.runOne()); // permissionRequired
-    EXPECT_EQ(delegate.statusMenuItem()->text(), QStringLiteral("Accessibility access required"));
+    EXPECT_EQ(delegate.statusMenuItem->text(), QStringLiteral("Accessibility access required"));
     EXPECT_FALSE(shell.mainWindow().isVisible());
     EXPECT_FALSE(delegate.isMonitoringPermission());
-    EXPECT_TRUE(delegate.autoHideWhenConnected());
+    EXPECT_TRUE(delegate.autoHideWhenConnected);
 
     ASSERT_TRUE(shell.mainThread.runOne()); // onAccessibilityNeeded
     EXPECT_TRUE(shell.mainWindow().isVisible());
     EXPECT_TRUE(delegate.isMonitoringPermission());
-    EXPECT_FALSE(delegate.hasExplicitlyOpenedWindow());
+    EXPECT_FALSE(delegate.hasExplicitlyOpenedWindow);
     shell.settle();
     shell.answerPhones({ShellHarness::phone("p1", "Ada's phone")});
 
     shell.accessibility.trusted = true;
     shell.advance(1.5);
     EXPECT_FALSE(delegate.isMonitoringPermission());
-    EXPECT_EQ(delegate.statusMenuItem()->text(), QStringLiteral("Connecting..."));
+    EXPECT_EQ(delegate.statusMenuItem->text(), QStringLiteral("Connecting..."));
     shell.confirmConnection();
-    EXPECT_EQ(delegate.statusMenuItem()->text(), QStringLiteral("Connected"));
-    EXPECT_FALSE(delegate.autoHideWhenConnected());
+    EXPECT_EQ(delegate.statusMenuItem->text(), QStringLiteral("Connected"));
+    EXPECT_FALSE(delegate.autoHideWhenConnected);
     shell.advance(0.75);
     EXPECT_TRUE(shell.mainWindow().isVisible());
     shell.advance(0.05);
@@ -169,31 +179,43 @@ TEST_F(AppDelegateTest, ExplicitlyOpenedWindowStaysAfterThePermissionFlow) {
     shell.settle();
     EXPECT_TRUE(shell.mainWindow().isVisible());
     EXPECT_TRUE(delegate.isMonitoringPermission());
-    EXPECT_TRUE(shell.delegate->pairingWindow().accessibilityButton->isVisible());
+    EXPECT_TRUE(shell.delegate->pairingWindow.accessibilityButton->isVisible());
     shell.answerPhones({});
     shell.accessibility.trusted = true;
     shell.advance(1.5);
     shell.confirmConnection();
-    EXPECT_FALSE(delegate.autoHideWhenConnected());
+    EXPECT_FALSE(delegate.autoHideWhenConnected);
     shell.advance(2.0);
     EXPECT_TRUE(shell.mainWindow().isVisible());
-    EXPECT_FALSE(shell.delegate->pairingWindow().accessibilityButton->isVisible());
+    EXPECT_FALSE(shell.delegate->pairingWindow.accessibilityButton->isVisible());
+}
+
+TEST_F(AppDelegateTest, PermissionRequiredWithTheWindowOpenedPresentsItAndStartsMonitoring) {
+    AppDelegate& delegate = shell.launch();
+    shell.settle();
+    shell.mainWindow().hide();
+    shell.accessibility.trusted = false;
+    // The state report alone, without the service's separate request for the permission.
+    shell.service->onStateChange(CompanionConnectionState::permissionRequired);
+    EXPECT_TRUE(shell.mainWindow().isVisible());
+    EXPECT_TRUE(delegate.isMonitoringPermission());
+    EXPECT_TRUE(delegate.autoHideWhenConnected);
 }
 
 TEST_F(AppDelegateTest, TwoInsertionsASecondApartReturnToConnectedAfterTheFirstOnesTime) {
     AppDelegate& delegate = launchConnected();
     shell.sendText("m1", "hello");
     EXPECT_EQ(shell.keyboard.typedText(), "hello");
-    EXPECT_EQ(delegate.statusMenuItem()->text(), QStringLiteral("Text inserted"));
+    EXPECT_EQ(delegate.statusMenuItem->text(), QStringLiteral("Text inserted"));
     shell.advance(1.0);
     shell.sendText("m2", " world");
-    EXPECT_EQ(delegate.statusMenuItem()->text(), QStringLiteral("Text inserted"));
+    EXPECT_EQ(delegate.statusMenuItem->text(), QStringLiteral("Text inserted"));
     shell.advance(0.35);
-    EXPECT_EQ(delegate.statusMenuItem()->text(), QStringLiteral("Text inserted"));
+    EXPECT_EQ(delegate.statusMenuItem->text(), QStringLiteral("Text inserted"));
     shell.advance(0.05);
-    EXPECT_EQ(delegate.statusMenuItem()->text(), QStringLiteral("Connected"));
+    EXPECT_EQ(delegate.statusMenuItem->text(), QStringLiteral("Connected"));
     shell.advance(1.0);
-    EXPECT_EQ(delegate.statusMenuItem()->text(), QStringLiteral("Connected"));
+    EXPECT_EQ(delegate.statusMenuItem->text(), QStringLiteral("Connected"));
 }
 
 TEST_F(AppDelegateTest, TextInsertedResetSaysConnectedWhateverTheStateIsBy) {
@@ -202,7 +224,7 @@ TEST_F(AppDelegateTest, TextInsertedResetSaysConnectedWhateverTheStateIsBy) {
     shell.webSockets.lastTask().deliverError("Socket is not connected");
     shell.settle();
     shell.advance(1.4);
-    EXPECT_EQ(delegate.statusMenuItem()->text(), QStringLiteral("Connected"));
+    EXPECT_EQ(delegate.statusMenuItem->text(), QStringLiteral("Connected"));
 }
 
 TEST_F(AppDelegateTest, ErrorWhileTheCodeWindowIsUpIsShownThereInRed) {
@@ -214,11 +236,11 @@ TEST_F(AppDelegateTest, ErrorWhileTheCodeWindowIsUpIsShownThereInRed) {
     shell.advance(1.8);
     shell.http.respondTo("v1/computers/pair/status", 401, "{}");
     shell.settle();
-    PairCodeWindowController& codeWindow = delegate.pairCodeWindow();
+    PairCodeWindowController& codeWindow = delegate.pairCodeWindow;
     EXPECT_EQ(codeWindow.statusLabel->text(), QStringLiteral("The pairing credential is no longer valid."));
     EXPECT_EQ(SystemColors::textColor(*codeWindow.statusLabel), SystemColors::red());
-    EXPECT_FALSE(delegate.pairingWindow().errorLabel->isVisible());
-    EXPECT_EQ(delegate.pairingWindow().errorLabel->text(), QString());
+    EXPECT_FALSE(delegate.pairingWindow.errorLabel->isVisible());
+    EXPECT_EQ(delegate.pairingWindow.errorLabel->text(), QString());
 }
 
 TEST_F(AppDelegateTest, ErrorWithTheCodeWindowClosedGoesToTheErrorLine) {
@@ -228,8 +250,8 @@ TEST_F(AppDelegateTest, ErrorWithTheCodeWindowClosedGoesToTheErrorLine) {
     shell.settle();
     shell.http.respondTo("v1/computers/pair/start", 500, "{}");
     shell.settle();
-    EXPECT_TRUE(delegate.pairingWindow().errorLabel->isVisible());
-    EXPECT_EQ(delegate.pairingWindow().errorLabel->text(),
+    EXPECT_TRUE(delegate.pairingWindow.errorLabel->isVisible());
+    EXPECT_EQ(delegate.pairingWindow.errorLabel->text(),
               QStringLiteral("Could not create a pairing code. The server returned 500."));
     EXPECT_TRUE(shell.mainWindow().isVisible());
 }
@@ -237,12 +259,12 @@ TEST_F(AppDelegateTest, ErrorWithTheCodeWindowClosedGoesToTheErrorLine) {
 TEST_F(AppDelegateTest, EmptyErrorHidesTheLineAndStillBringsTheWindowForward) {
     AppDelegate& delegate = shell.launch({QStringLiteral("--background")});
     shell.settle();
-    delegate.pairingWindow().errorLabel->setText(QStringLiteral("Earlier trouble"));
-    delegate.pairingWindow().errorLabel->show();
+    delegate.pairingWindow.errorLabel->setText(QStringLiteral("Earlier trouble"));
+    delegate.pairingWindow.errorLabel->show();
     // The service never words an empty error; its callback is played directly.
     shell.service->onError("");
-    EXPECT_FALSE(delegate.pairingWindow().errorLabel->isVisible());
-    EXPECT_EQ(delegate.pairingWindow().errorLabel->text(), QString());
+    EXPECT_FALSE(delegate.pairingWindow.errorLabel->isVisible());
+    EXPECT_EQ(delegate.pairingWindow.errorLabel->text(), QString());
     EXPECT_TRUE(shell.mainWindow().isVisible());
 }
 
@@ -251,7 +273,7 @@ TEST_F(AppDelegateTest, ReopeningAlwaysAnswersTrueAndPresentsTheWindow) {
     shell.settle();
     EXPECT_TRUE(delegate.applicationShouldHandleReopen(false));
     EXPECT_TRUE(shell.mainWindow().isVisible());
-    EXPECT_TRUE(delegate.hasExplicitlyOpenedWindow());
+    EXPECT_TRUE(delegate.hasExplicitlyOpenedWindow);
     EXPECT_TRUE(delegate.applicationShouldHandleReopen(true));
     shell.mainWindow().hide();
     EXPECT_TRUE(delegate.applicationShouldHandleReopen(true));
@@ -264,13 +286,13 @@ TEST_F(AppDelegateTest, FailingLoginSettingLeavesTheCheckMarkAndSaysSo) {
     // A file where the autostart folder should be: the entry cannot be written.
     std::filesystem::create_directories(shell.autostartEntry().parent_path().parent_path());
     std::ofstream(shell.autostartEntry().parent_path()) << "in the way";
-    delegate.startupMenuItem()->trigger();
-    EXPECT_FALSE(delegate.startupMenuItem()->isChecked());
-    EXPECT_FALSE(delegate.pairingWindow().startupCheckbox->isChecked());
-    EXPECT_EQ(delegate.pairingWindow().errorLabel->text(), QStringLiteral("Could not update the login setting."));
-    EXPECT_TRUE(delegate.pairingWindow().errorLabel->isVisible());
+    delegate.startupMenuItem->trigger();
+    EXPECT_FALSE(delegate.startupMenuItem->isChecked());
+    EXPECT_FALSE(delegate.pairingWindow.startupCheckbox->isChecked());
+    EXPECT_EQ(delegate.pairingWindow.errorLabel->text(), QStringLiteral("Could not update the login setting."));
+    EXPECT_TRUE(delegate.pairingWindow.errorLabel->isVisible());
     EXPECT_TRUE(shell.mainWindow().isVisible());
-    EXPECT_FALSE(delegate.hasExplicitlyOpenedWindow());
+    EXPECT_FALSE(delegate.hasExplicitlyOpenedWindow);
 }
 
 TEST_F(AppDelegateTest, FailingCheckboxKeepsWhatTheUserClicked) {
@@ -278,23 +300,23 @@ TEST_F(AppDelegateTest, FailingCheckboxKeepsWhatTheUserClicked) {
     shell.settle();
     std::filesystem::create_directories(shell.autostartEntry().parent_path().parent_path());
     std::ofstream(shell.autostartEntry().parent_path()) << "in the way";
-    QTest::mouseClick(delegate.pairingWindow().startupCheckbox, Qt::LeftButton);
-    EXPECT_TRUE(delegate.pairingWindow().startupCheckbox->isChecked());
-    EXPECT_FALSE(delegate.startupMenuItem()->isChecked());
-    EXPECT_EQ(delegate.pairingWindow().errorLabel->text(), QStringLiteral("Could not update the login setting."));
+    QTest::mouseClick(delegate.pairingWindow.startupCheckbox, Qt::LeftButton);
+    EXPECT_TRUE(delegate.pairingWindow.startupCheckbox->isChecked());
+    EXPECT_FALSE(delegate.startupMenuItem->isChecked());
+    EXPECT_EQ(delegate.pairingWindow.errorLabel->text(), QStringLiteral("Could not update the login setting."));
 }
 
 TEST_F(AppDelegateTest, LoginSettingFollowsTheMenuAndTheCheckbox) {
     AppDelegate& delegate = shell.launch();
     shell.settle();
-    delegate.startupMenuItem()->trigger();
+    delegate.startupMenuItem->trigger();
     EXPECT_TRUE(std::filesystem::exists(shell.autostartEntry()));
-    EXPECT_TRUE(delegate.startupMenuItem()->isChecked());
-    EXPECT_TRUE(delegate.pairingWindow().startupCheckbox->isChecked());
-    QTest::mouseClick(delegate.pairingWindow().startupCheckbox, Qt::LeftButton);
+    EXPECT_TRUE(delegate.startupMenuItem->isChecked());
+    EXPECT_TRUE(delegate.pairingWindow.startupCheckbox->isChecked());
+    QTest::mouseClick(delegate.pairingWindow.startupCheckbox, Qt::LeftButton);
     EXPECT_FALSE(std::filesystem::exists(shell.autostartEntry()));
-    EXPECT_FALSE(delegate.startupMenuItem()->isChecked());
-    EXPECT_FALSE(delegate.pairingWindow().startupCheckbox->isChecked());
+    EXPECT_FALSE(delegate.startupMenuItem->isChecked());
+    EXPECT_FALSE(delegate.pairingWindow.startupCheckbox->isChecked());
 }
 
 TEST_F(AppDelegateTest, LaunchRefreshesAnExistingRegistration) {
@@ -305,15 +327,15 @@ TEST_F(AppDelegateTest, LaunchRefreshesAnExistingRegistration) {
     const std::string content((std::istreambuf_iterator<char>(entry)), std::istreambuf_iterator<char>());
     EXPECT_NE(content.find(StartupManager::runningExecutable()->string()), std::string::npos);
     EXPECT_EQ(content.find("/moved/away"), std::string::npos);
-    EXPECT_TRUE(delegate.startupMenuItem()->isChecked());
-    EXPECT_TRUE(delegate.pairingWindow().startupCheckbox->isChecked());
+    EXPECT_TRUE(delegate.startupMenuItem->isChecked());
+    EXPECT_TRUE(delegate.pairingWindow.startupCheckbox->isChecked());
 }
 
 TEST_F(AppDelegateTest, LaunchWithoutARegistrationWritesNone) {
     AppDelegate& delegate = shell.launch();
     EXPECT_FALSE(std::filesystem::exists(shell.autostartEntry()));
-    EXPECT_FALSE(delegate.startupMenuItem()->isChecked());
-    EXPECT_FALSE(delegate.pairingWindow().startupCheckbox->isChecked());
+    EXPECT_FALSE(delegate.startupMenuItem->isChecked());
+    EXPECT_FALSE(delegate.pairingWindow.startupCheckbox->isChecked());
 }
 
 TEST_F(AppDelegateTest, PairingCodeOpensTheCodeWindowOverTheMainWindow) {
@@ -323,13 +345,13 @@ TEST_F(AppDelegateTest, PairingCodeOpensTheCodeWindowOverTheMainWindow) {
     shell.settle();
     shell.http.respondTo("v1/computers/pair/start", 200, pairingCodeJson("482913"));
     shell.settle();
-    EXPECT_EQ(delegate.statusMenuItem()->text(), QStringLiteral("Waiting for your phone"));
+    EXPECT_EQ(delegate.statusMenuItem->text(), QStringLiteral("Waiting for your phone"));
     EXPECT_TRUE(shell.mainWindow().isVisible());
     EXPECT_TRUE(shell.codeWindow().isVisible());
-    EXPECT_EQ(delegate.pairCodeWindow().codeLabel->text(), QStringLiteral("482  913"));
-    EXPECT_EQ(delegate.pairCodeWindow().parentWindow(), &shell.mainWindow());
+    EXPECT_EQ(delegate.pairCodeWindow.codeLabel->text(), QStringLiteral("482  913"));
+    EXPECT_EQ(delegate.pairCodeWindow.parentWindow.data(), &shell.mainWindow());
     const QDateTime expiry = QDateTime::fromMSecsSinceEpoch(codeExpiry);
-    EXPECT_EQ(delegate.pairCodeWindow().statusLabel->text(), PairCodeWindowController::expiryLine(expiry));
+    EXPECT_EQ(delegate.pairCodeWindow.statusLabel->text(), PairCodeWindowController::expiryLine(expiry));
 }
 
 TEST_F(AppDelegateTest, CompletedPairingClosesTheCodeWindowAndListsThePhones) {
@@ -339,14 +361,14 @@ TEST_F(AppDelegateTest, CompletedPairingClosesTheCodeWindowAndListsThePhones) {
     shell.advance(1.8);
     shell.http.respondTo("v1/computers/pair/status", 200, pairStatusJson("active"));
     shell.settle();
-    EXPECT_EQ(delegate.pairCodeWindow().statusLabel->text(), QStringLiteral("Phone paired"));
+    EXPECT_EQ(delegate.pairCodeWindow.statusLabel->text(), QStringLiteral("Phone paired"));
     // The service loads the list once, and the shell asks again.
     EXPECT_EQ(shell.http.countForPath("v1/computers/phones"), 2u);
-    EXPECT_FALSE(delegate.autoHideWhenConnected());
+    EXPECT_FALSE(delegate.autoHideWhenConnected);
     shell.answerPhones({ShellHarness::phone("p1", "Ada's phone")});
     shell.answerPhones({ShellHarness::phone("p1", "Ada's phone"), ShellHarness::phone("p2", "Bob")});
-    EXPECT_EQ(delegate.pairingWindow().phones.size(), 2u);
-    EXPECT_EQ(delegate.pairingWindow().devicesStack->count(), 2);
+    EXPECT_EQ(delegate.pairingWindow.phones.size(), 2u);
+    EXPECT_EQ(delegate.pairingWindow.devicesStack->count(), 2);
     shell.advance(0.7);
     EXPECT_FALSE(shell.codeWindow().isVisible());
     EXPECT_TRUE(shell.mainWindow().isVisible());
@@ -360,23 +382,23 @@ TEST_F(AppDelegateTest, PairingWithoutThePermissionArmsTheAutoHide) {
     shell.advance(1.8);
     shell.http.respondTo("v1/computers/pair/status", 200, pairStatusJson("active"));
     shell.settle();
-    EXPECT_TRUE(delegate.autoHideWhenConnected());
-    EXPECT_EQ(delegate.statusMenuItem()->text(), QStringLiteral("Accessibility access required"));
+    EXPECT_TRUE(delegate.autoHideWhenConnected);
+    EXPECT_EQ(delegate.statusMenuItem->text(), QStringLiteral("Accessibility access required"));
 }
 
 TEST_F(AppDelegateTest, AddPhoneOpensTheWindowAndAsksForACode) {
     AppDelegate& delegate = shell.launch({QStringLiteral("--background")});
     shell.settle();
-    delegate.pairingMenuItem()->trigger();
+    delegate.pairingMenuItem->trigger();
     EXPECT_TRUE(shell.mainWindow().isVisible());
-    EXPECT_TRUE(delegate.hasExplicitlyOpenedWindow());
+    EXPECT_TRUE(delegate.hasExplicitlyOpenedWindow);
     shell.settle();
     EXPECT_EQ(shell.http.countForPath("v1/computers/pair/start"), 1u);
 }
 
 TEST_F(AppDelegateTest, ConfirmedRemovalAsksTheServiceToRemoveThatPhone) {
     AppDelegate& delegate = launchConnected();
-    const auto cards = delegate.pairingWindow().window()->findChildren<PhoneCardView*>();
+    const auto cards = delegate.pairingWindow.window()->findChildren<PhoneCardView*>();
     ASSERT_EQ(cards.size(), 1);
     uitest::AlertAnswerer answerer(QStringLiteral("Remove"));
     QTest::mouseClick(&cards.front()->removeButton(), Qt::LeftButton);
@@ -388,8 +410,8 @@ TEST_F(AppDelegateTest, ConfirmedRemovalAsksTheServiceToRemoveThatPhone) {
 
 TEST_F(AppDelegateTest, PhoneListFromTheServiceIsRendered) {
     AppDelegate& delegate = launchConnected();
-    EXPECT_EQ(delegate.pairingWindow().devicesStack->count(), 1);
-    auto* card = dynamic_cast<PhoneCardView*>(delegate.pairingWindow().devicesStack->itemAt(0)->widget());
+    EXPECT_EQ(delegate.pairingWindow.devicesStack->count(), 1);
+    auto* card = dynamic_cast<PhoneCardView*>(delegate.pairingWindow.devicesStack->itemAt(0)->widget());
     ASSERT_NE(card, nullptr);
     EXPECT_EQ(card->statusLabel().text(), QStringLiteral("\u25CF  Connected"));
 }
@@ -420,7 +442,7 @@ TEST_F(AppDelegateTest, WithoutATrayTheWindowStandsInForIt) {
     AppDelegate& delegate = shell.launch({QStringLiteral("--background")}, false);
     shell.settle();
     EXPECT_TRUE(shell.mainWindow().isVisible());
-    PairingWindowController& window = delegate.pairingWindow();
+    PairingWindowController& window = delegate.pairingWindow;
     EXPECT_TRUE(window.stateLine->isVisible());
     EXPECT_EQ(window.stateLine->text(), QStringLiteral("Not paired"));
     EXPECT_TRUE(window.quitButton->isVisible());
@@ -432,8 +454,8 @@ TEST_F(AppDelegateTest, WithoutATrayTheWindowStandsInForIt) {
 TEST_F(AppDelegateTest, WithATrayTheWindowHasNoQuitButton) {
     AppDelegate& delegate = shell.launch();
     shell.settle();
-    EXPECT_FALSE(delegate.pairingWindow().stateLine->isVisible());
-    EXPECT_FALSE(delegate.pairingWindow().quitButton->isVisible());
+    EXPECT_FALSE(delegate.pairingWindow.stateLine->isVisible());
+    EXPECT_FALSE(delegate.pairingWindow.quitButton->isVisible());
 }
 
 TEST_F(AppDelegateTest, CallbacksOfAGoneDelegateDoNothing) {

@@ -3,6 +3,7 @@
 #include "PairCodeWindowController.h"
 #include "SystemColors.h"
 
+#include <QFontMetrics>
 #include <QGuiApplication>
 #include <QLabel>
 #include <QPushButton>
@@ -45,31 +46,52 @@ protected:
     int closes = 0;
 };
 
+QString shown(const QString& code) {
+    return PairCodeWindowController::formattedCode(code);
+}
+
 TEST(PairCodeFormatting, SixNumeralsAreGroupedThreeAndThree) {
-    EXPECT_EQ(PairCodeWindowController::formattedCode(QStringLiteral("482913")), QStringLiteral("482  913"));
-    EXPECT_EQ(PairCodeWindowController::formattedCode(QStringLiteral("48 29 13")), QStringLiteral("482  913"));
-    EXPECT_EQ(PairCodeWindowController::formattedCode(QStringLiteral("123-456")), QStringLiteral("123  456"));
+    EXPECT_EQ(shown(QStringLiteral("482913")), QStringLiteral("482  913"));
+    EXPECT_EQ(shown(QStringLiteral("48 29 13")), QStringLiteral("482  913"));
+    EXPECT_EQ(shown(QStringLiteral("123-456")), QStringLiteral("123  456"));
 }
 
 TEST(PairCodeFormatting, AnythingElseIsShownAsReceived) {
-    EXPECT_EQ(PairCodeWindowController::formattedCode(QStringLiteral("ABC123")), QStringLiteral("ABC123"));
-    EXPECT_EQ(PairCodeWindowController::formattedCode(QStringLiteral("1234567")), QStringLiteral("1234567"));
-    EXPECT_EQ(PairCodeWindowController::formattedCode(QStringLiteral("12345")), QStringLiteral("12345"));
-    EXPECT_EQ(PairCodeWindowController::formattedCode(QString()), QString());
+    EXPECT_EQ(shown(QStringLiteral("ABC123")), QStringLiteral("ABC123"));
+    EXPECT_EQ(shown(QStringLiteral("1234567")), QStringLiteral("1234567"));
+    EXPECT_EQ(shown(QStringLiteral("12345")), QStringLiteral("12345"));
+    EXPECT_EQ(shown(QString()), QString());
 }
 
 TEST(PairCodeFormatting, NumeralsOfEveryScriptCount) {
     // Arabic-Indic digits 4 8 2 9 1 3.
     const QString arabicIndic = QStringLiteral("\u0664\u0668\u0662-\u0669\u0661\u0663");
-    EXPECT_EQ(PairCodeWindowController::formattedCode(arabicIndic), QStringLiteral("\u0664\u0668\u0662  \u0669\u0661\u0663"));
+    EXPECT_EQ(shown(arabicIndic), QStringLiteral("\u0664\u0668\u0662  \u0669\u0661\u0663"));
     // Full-width digits, and numerals that are not decimal digits (Roman twelve, vulgar half).
-    EXPECT_EQ(PairCodeWindowController::formattedCode(QStringLiteral("\uFF11\uFF12\uFF13 456")),
-              QStringLiteral("\uFF11\uFF12\uFF13  456"));
-    EXPECT_EQ(PairCodeWindowController::formattedCode(QStringLiteral("\u216B\u00BD3456")),
-              QStringLiteral("\u216B\u00BD3  456"));
+    EXPECT_EQ(shown(QStringLiteral("\uFF11\uFF12\uFF13 456")), QStringLiteral("\uFF11\uFF12\uFF13  456"));
+    EXPECT_EQ(shown(QStringLiteral("\u216B\u00BD3456")), QStringLiteral("\u216B\u00BD3  456"));
     // A numeral outside the basic plane (mathematical bold digit one) is one numeral.
     const QString bold = QString::fromUcs4(U"\U0001D7CF23456");
-    EXPECT_EQ(PairCodeWindowController::formattedCode(bold), QString::fromUcs4(U"\U0001D7CF23  456"));
+    EXPECT_EQ(shown(bold), QString::fromUcs4(U"\U0001D7CF23  456"));
+}
+
+TEST(PairCodeFormatting, HanNumeralsAreNumbersToo) {
+    // One to six, and the accounting forms of one to six with a hyphen between.
+    EXPECT_EQ(shown(QStringLiteral("\u4E00\u4E8C\u4E09\u56DB\u4E94\u516D")),
+              QStringLiteral("\u4E00\u4E8C\u4E09  \u56DB\u4E94\u516D"));
+    EXPECT_EQ(shown(QStringLiteral("\u58F9\u8CB3\u53C3-\u8086\u4F0D\u9678")),
+              QStringLiteral("\u58F9\u8CB3\u53C3  \u8086\u4F0D\u9678"));
+    // Other ideographs are not numbers.
+    EXPECT_EQ(shown(QStringLiteral("\u4E2D12345")), QStringLiteral("\u4E2D12345"));
+}
+
+TEST(PairCodeFormatting, ANumeralKeepsTheMarksThatBelongToIt) {
+    // 4 and 8 each with a combining diaeresis: one character each, a number, kept whole.
+    EXPECT_EQ(shown(QStringLiteral("4\u03088\u03082913")), QStringLiteral("4\u03088\u03082  913"));
+    // Keycap sequences are numbers too.
+    EXPECT_EQ(shown(QStringLiteral("1\uFE0F\u20E323 456")), QStringLiteral("1\uFE0F\u20E323  456"));
+    // A mark on a letter does not make it a number, and a letter with a mark is one character.
+    EXPECT_EQ(shown(QStringLiteral("A\u0308-482913")), QStringLiteral("482  913"));
 }
 
 TEST(PairCodeFormatting, ExpiryIsTheShortTimeOfTheLocale) {
@@ -96,13 +118,22 @@ TEST_F(PairCodeWindowTest, StartsHiddenWithPlaceholders) {
     EXPECT_EQ(closeButton().width(), 120);
 }
 
+TEST_F(PairCodeWindowTest, CodeFiguresShareOneWidth) {
+    const QFontMetrics metrics(controller.codeLabel->font());
+    const int zeroWidth = metrics.horizontalAdvance(QLatin1Char('0'));
+    for (char figure = '1'; figure <= '9'; ++figure) {
+        EXPECT_EQ(metrics.horizontalAdvance(QLatin1Char(figure)), zeroWidth) << figure;
+    }
+    EXPECT_EQ(controller.codeLabel->font().weight(), QFont::DemiBold);
+}
+
 TEST_F(PairCodeWindowTest, ShowsTheCodeCentredOverItsParent) {
     controller.show(QStringLiteral("482913"), expiry(), &parent);
     QCoreApplication::processEvents();
     EXPECT_TRUE(window().isVisible());
     EXPECT_EQ(controller.codeLabel->text(), QStringLiteral("482  913"));
     EXPECT_TRUE(controller.statusLabel->text().startsWith(QStringLiteral("Expires at 3:42")));
-    EXPECT_EQ(controller.parentWindow(), &parent);
+    EXPECT_EQ(controller.parentWindow.data(), &parent);
     ASSERT_NE(window().windowHandle(), nullptr);
     EXPECT_EQ(window().windowHandle()->transientParent(), parent.windowHandle());
     const QPoint centre = window().frameGeometry().center();
@@ -114,7 +145,7 @@ TEST_F(PairCodeWindowTest, ShowsTheCodeCentredOverItsParent) {
 TEST_F(PairCodeWindowTest, WithoutAParentItIsCentredOnTheScreen) {
     controller.show(QStringLiteral("482913"), expiry(), nullptr);
     QCoreApplication::processEvents();
-    EXPECT_EQ(controller.parentWindow(), nullptr);
+    EXPECT_EQ(controller.parentWindow.data(), nullptr);
     EXPECT_EQ(window().windowHandle()->transientParent(), nullptr);
     const QPoint centre = window().frameGeometry().center();
     const QPoint screenCentre = QGuiApplication::primaryScreen()->availableGeometry().center();
@@ -139,7 +170,7 @@ TEST_F(PairCodeWindowTest, CloseButtonClosesAndDetaches) {
     QTest::mouseClick(&closeButton(), Qt::LeftButton);
     EXPECT_FALSE(window().isVisible());
     EXPECT_EQ(closes, 1);
-    EXPECT_EQ(controller.parentWindow(), nullptr);
+    EXPECT_EQ(controller.parentWindow.data(), nullptr);
     EXPECT_EQ(window().windowHandle()->transientParent(), nullptr);
     // Code and status stay until the next show.
     EXPECT_EQ(controller.codeLabel->text(), QStringLiteral("482  913"));
@@ -220,7 +251,7 @@ TEST_F(PairCodeWindowTest, AParentThatWentAwayIsNotDetachedFrom) {
     shortLived->show();
     controller.show(QStringLiteral("482913"), expiry(), shortLived.get());
     shortLived.reset();
-    EXPECT_EQ(controller.parentWindow(), nullptr);
+    EXPECT_EQ(controller.parentWindow.data(), nullptr);
     window().close();
     EXPECT_EQ(closes, 1);
     EXPECT_FALSE(window().isVisible());

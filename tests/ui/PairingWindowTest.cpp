@@ -9,8 +9,10 @@
 
 #include <QApplication>
 #include <QCheckBox>
+#include <QGuiApplication>
 #include <QLabel>
 #include <QPushButton>
+#include <QScreen>
 #include <QScrollArea>
 #include <QScrollBar>
 #include <QTest>
@@ -64,6 +66,14 @@ TEST_F(PairingWindowTest, WindowIsTitledSizedAndBounded) {
     settle();
     EXPECT_GE(window.width(), 420);
     EXPECT_GE(window.height(), 430);
+}
+
+TEST_F(PairingWindowTest, WindowIsCentredOnTheScreenWhenCreated) {
+    const PairingWindowController fresh;
+    const QPoint centre = fresh.window()->frameGeometry().center();
+    const QPoint screenCentre = QGuiApplication::primaryScreen()->availableGeometry().center();
+    EXPECT_LE(std::abs(centre.x() - screenCentre.x()), 1);
+    EXPECT_LE(std::abs(centre.y() - screenCentre.y()), 1);
 }
 
 TEST_F(PairingWindowTest, ControlsStartAsDrawn) {

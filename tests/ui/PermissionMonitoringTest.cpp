@@ -14,7 +14,7 @@ namespace {
 using uitest::ShellHarness;
 
 QAction& accessibilityItem(AppDelegate& delegate) {
-    return *delegate.statusMenu()->actions().at(5);
+    return *delegate.statusMenu->actions().at(5);
 }
 
 // An installation that was unpaired at launch (so nothing asked for the permission yet) and is paired by
@@ -40,7 +40,7 @@ TEST_F(PermissionMonitoringTest, GrantedPermissionTellsTheServiceAtOnce) {
     EXPECT_EQ(shell.scheduler.activeTimerCount(), 0u);
     shell.settle();
     EXPECT_EQ(shell.webSockets.taskCount(), 1u);
-    EXPECT_EQ(delegate().statusMenuItem()->text(), QStringLiteral("Connecting..."));
+    EXPECT_EQ(delegate().statusMenuItem->text(), QStringLiteral("Connecting..."));
 }
 
 TEST_F(PermissionMonitoringTest, MissingPermissionIsPolledSilentlyUntilGranted) {
@@ -108,9 +108,9 @@ TEST_F(PermissionMonitoringTest, RevokingDoesNotRestartMonitoringByItself) {
 
 TEST_F(PermissionMonitoringTest, WindowButtonAsksLikeTheMenu) {
     shell.accessibility.trusted = false;
-    delegate().pairingWindow().accessibilityButton->show();
-    delegate().pairingWindow().window()->show();
-    QTest::mouseClick(delegate().pairingWindow().accessibilityButton, Qt::LeftButton);
+    delegate().pairingWindow.accessibilityButton->show();
+    delegate().pairingWindow.window()->show();
+    QTest::mouseClick(delegate().pairingWindow.accessibilityButton, Qt::LeftButton);
     EXPECT_EQ(promptFlags(), (std::vector<bool>{true}));
     EXPECT_TRUE(delegate().isMonitoringPermission());
 }
@@ -120,7 +120,7 @@ TEST_F(PermissionMonitoringTest, AccessibilityNeededStartsMonitoringEvenInTheBac
     shell.service->resumeAfterAccessibilityPermission();
     shell.settle();
     EXPECT_TRUE(delegate().isMonitoringPermission());
-    EXPECT_TRUE(delegate().pairingWindow().window()->isVisible());
+    EXPECT_TRUE(delegate().pairingWindow.window()->isVisible());
     EXPECT_EQ(promptFlags(), (std::vector<bool>{false})); // the service's own silent test
 }
 

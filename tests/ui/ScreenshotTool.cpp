@@ -123,16 +123,16 @@ int main(int argc, char* argv[]) {
     shell.service->onPairCode("482913", std::chrono::system_clock::now() + std::chrono::minutes(10));
     photographer.require(QTest::qWaitForWindowExposed(&shell.codeWindow()), "pairing-code window");
     photographer.take(QStringLiteral("pairing-code-window"));
-    delegate.pairCodeWindow().close();
+    delegate.pairCodeWindow.close();
 
-    const QRect icon = delegate.statusItem()->geometry();
+    const QRect icon = delegate.statusItem->geometry();
     const QRect screen = QGuiApplication::primaryScreen()->geometry();
     const QPoint anchor = icon.isValid() ? icon.bottomLeft() + QPoint(0, 2) : QPoint(screen.right() - 260, 30);
     std::printf("tray icon at %d,%d %dx%d\n", icon.x(), icon.y(), icon.width(), icon.height());
-    delegate.statusMenu()->popup(anchor);
-    photographer.require(QTest::qWaitForWindowExposed(delegate.statusMenu()), "tray menu");
+    delegate.statusMenu->popup(anchor);
+    photographer.require(QTest::qWaitForWindowExposed(delegate.statusMenu.get()), "tray menu");
     photographer.take(QStringLiteral("tray-menu-open"));
-    delegate.statusMenu()->hide();
+    delegate.statusMenu->hide();
 
     return photographer.allGood ? 0 : 1;
 }

@@ -88,11 +88,11 @@ void ShellHarness::sendText(const std::string& id, const std::string& text) {
 }
 
 QWidget& ShellHarness::mainWindow() {
-    return *delegate->pairingWindow().window();
+    return *delegate->pairingWindow.window();
 }
 
 QWidget& ShellHarness::codeWindow() {
-    return *delegate->pairCodeWindow().window();
+    return *delegate->pairCodeWindow.window();
 }
 
 std::filesystem::path ShellHarness::autostartEntry() const {

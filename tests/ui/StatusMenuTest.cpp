@@ -25,7 +25,7 @@ protected:
 
 TEST_F(StatusMenuTest, MenuHoldsItsItemsInOrder) {
     AppDelegate& delegate = shell.launch({QStringLiteral("--background")});
-    const QList<QAction*> items = delegate.statusMenu()->actions();
+    const QList<QAction*> items = delegate.statusMenu->actions();
     ASSERT_EQ(items.size(), 9);
     const QStringList titles{QStringLiteral("Keyferry"),      QStringLiteral("Not paired"),
                              QString(),                       QStringLiteral("Open Keyferry"),
@@ -51,29 +51,29 @@ TEST_F(StatusMenuTest, MenuHoldsItsItemsInOrder) {
     }
     EXPECT_TRUE(items[6]->isCheckable());
     EXPECT_FALSE(items[6]->isChecked());
-    EXPECT_EQ(delegate.statusMenuItem(), items[1]);
-    EXPECT_EQ(delegate.pairingMenuItem(), items[4]);
-    EXPECT_EQ(delegate.startupMenuItem(), items[6]);
+    EXPECT_EQ(delegate.statusMenuItem, items[1]);
+    EXPECT_EQ(delegate.pairingMenuItem, items[4]);
+    EXPECT_EQ(delegate.startupMenuItem, items[6]);
 }
 
 TEST_F(StatusMenuTest, TrayItemCarriesTheSymbolAndTheMenu) {
     AppDelegate& delegate = shell.launch({QStringLiteral("--background")});
-    ASSERT_NE(delegate.statusItem(), nullptr);
-    EXPECT_FALSE(delegate.statusItem()->icon().isNull());
-    EXPECT_EQ(delegate.statusItem()->toolTip(), QStringLiteral("Keyferry"));
-    EXPECT_EQ(delegate.statusItem()->contextMenu(), delegate.statusMenu());
+    ASSERT_NE(delegate.statusItem, nullptr);
+    EXPECT_FALSE(delegate.statusItem->icon().isNull());
+    EXPECT_EQ(delegate.statusItem->toolTip(), QStringLiteral("Keyferry"));
+    EXPECT_EQ(delegate.statusItem->contextMenu(), delegate.statusMenu.get());
 }
 
 TEST_F(StatusMenuTest, APlainClickOnTheTrayItemOpensTheMenu) {
     AppDelegate& delegate = shell.launch({QStringLiteral("--background")});
-    Q_EMIT delegate.statusItem()->activated(QSystemTrayIcon::Trigger);
-    EXPECT_TRUE(delegate.statusMenu()->isVisible());
-    delegate.statusMenu()->hide();
+    Q_EMIT delegate.statusItem->activated(QSystemTrayIcon::Trigger);
+    EXPECT_TRUE(delegate.statusMenu->isVisible());
+    delegate.statusMenu->hide();
 }
 
 TEST_F(StatusMenuTest, QuitKeyferryEndsTheEventLoop) {
     AppDelegate& delegate = shell.launch({QStringLiteral("--background")});
-    QAction* quit = delegate.statusMenu()->actions().at(8);
+    QAction* quit = delegate.statusMenu->actions().at(8);
     QTimer::singleShot(0, quit, &QAction::trigger);
     QTimer safety; // ends the loop only if quitting failed
     safety.setSingleShot(true);
@@ -86,9 +86,9 @@ TEST_F(StatusMenuTest, StateLineReadsNotPairedBeforeTheFirstReport) {
     shell.markPaired();
     AppDelegate& delegate = shell.launch({QStringLiteral("--background")});
     EXPECT_EQ(shell.mainThread.pendingCount(), 0u);
-    EXPECT_EQ(delegate.statusMenuItem()->text(), QStringLiteral("Not paired"));
+    EXPECT_EQ(delegate.statusMenuItem->text(), QStringLiteral("Not paired"));
     shell.settle();
-    EXPECT_EQ(delegate.statusMenuItem()->text(), QStringLiteral("Connecting..."));
+    EXPECT_EQ(delegate.statusMenuItem->text(), QStringLiteral("Connecting..."));
 }
 
 TEST_F(StatusMenuTest, EveryStateHasItsLine) {
@@ -105,19 +105,19 @@ TEST_F(StatusMenuTest, EveryStateHasItsLine) {
 TEST_F(StatusMenuTest, CreatingCodeDisablesTheWindowsButtonButNotTheMenuItem) {
     AppDelegate& delegate = shell.launch();
     shell.settle();
-    QPushButton& button = *delegate.pairingWindow().addPhoneButton;
-    delegate.pairingMenuItem()->trigger();
+    QPushButton& button = *delegate.pairingWindow.addPhoneButton;
+    delegate.pairingMenuItem->trigger();
     shell.settle();
-    EXPECT_EQ(delegate.statusMenuItem()->text(), QStringLiteral("Creating pairing code..."));
+    EXPECT_EQ(delegate.statusMenuItem->text(), QStringLiteral("Creating pairing code..."));
     EXPECT_FALSE(button.isEnabled());
     EXPECT_EQ(button.text(), QStringLiteral("Creating code..."));
-    EXPECT_TRUE(delegate.pairingMenuItem()->isEnabled());
-    EXPECT_EQ(delegate.pairingWindow().connectionState, CompanionConnectionState::creatingCode);
+    EXPECT_TRUE(delegate.pairingMenuItem->isEnabled());
+    EXPECT_EQ(delegate.pairingWindow.connectionState, CompanionConnectionState::creatingCode);
 
     shell.http.respondTo("v1/computers/pair/start", 200,
                          R"({"computerId":"c","computerToken":"t","pairCode":"123456","expiresAt":1800000600000,"status":"pending"})");
     shell.settle();
-    EXPECT_EQ(delegate.statusMenuItem()->text(), QStringLiteral("Waiting for your phone"));
+    EXPECT_EQ(delegate.statusMenuItem->text(), QStringLiteral("Waiting for your phone"));
     EXPECT_TRUE(button.isEnabled());
     EXPECT_EQ(button.text(), QStringLiteral("Generate pairing code"));
 }
@@ -126,15 +126,15 @@ TEST_F(StatusMenuTest, AccessibilityButtonShowsOnlyWhilePermissionIsRequired) {
     shell.markPaired();
     shell.accessibility.trusted = false;
     AppDelegate& delegate = shell.launch();
-    QPushButton& button = *delegate.pairingWindow().accessibilityButton;
+    QPushButton& button = *delegate.pairingWindow.accessibilityButton;
     EXPECT_FALSE(button.isVisible());
     shell.settle();
-    EXPECT_EQ(delegate.pairingWindow().connectionState, CompanionConnectionState::permissionRequired);
+    EXPECT_EQ(delegate.pairingWindow.connectionState, CompanionConnectionState::permissionRequired);
     EXPECT_TRUE(button.isVisible());
     shell.answerPhones({});
     shell.accessibility.trusted = true;
     shell.advance(1.5);
-    EXPECT_EQ(delegate.pairingWindow().connectionState, CompanionConnectionState::connecting);
+    EXPECT_EQ(delegate.pairingWindow.connectionState, CompanionConnectionState::connecting);
     EXPECT_FALSE(button.isVisible());
     shell.confirmConnection();
     EXPECT_FALSE(button.isVisible());
@@ -146,7 +146,7 @@ TEST_F(StatusMenuTest, EveryStateChangeRedrawsTheCards) {
     shell.settle();
     shell.answerPhones({ShellHarness::phone("p1", "Ada")});
     auto statusOf = [&delegate] {
-        auto* card = dynamic_cast<PhoneCardView*>(delegate.pairingWindow().devicesStack->itemAt(0)->widget());
+        auto* card = dynamic_cast<PhoneCardView*>(delegate.pairingWindow.devicesStack->itemAt(0)->widget());
         return card == nullptr ? QString() : card->statusLabel().text();
     };
     EXPECT_EQ(statusOf(), QStringLiteral("\u25CF  Connecting..."));
@@ -157,7 +157,7 @@ TEST_F(StatusMenuTest, EveryStateChangeRedrawsTheCards) {
     shell.http.respondTo("v1/computers/pair/status", 200,
                          R"({"computerId":"computer-1","name":"n","status":"active","paired":true,"expiresAt":1})");
     shell.settle();
-    EXPECT_EQ(delegate.statusMenuItem()->text(), QStringLiteral("Reconnecting..."));
+    EXPECT_EQ(delegate.statusMenuItem->text(), QStringLiteral("Reconnecting..."));
     EXPECT_EQ(statusOf(), QStringLiteral("\u25CF  Reconnecting..."));
 }
 

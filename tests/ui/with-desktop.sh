@@ -18,13 +18,20 @@ cleanup() {
 }
 trap cleanup EXIT
 
+# Waits until the command "$2..." succeeds, for at most $1 seconds: on a busy machine a display server or a
+# panel can take several seconds to come up.
+wait_until() {
+    local deadline=$((SECONDS + $1))
+    shift
+    until "$@"; do
+        ((SECONDS < deadline)) || return 1
+        sleep 0.05
+    done
+}
+
 Xvfb -displayfd 3 -screen 0 1024x700x24 -nolisten tcp 3>"$work/display" 2>"$work/xvfb.log" &
 pids+=($!)
-for _ in $(seq 100); do
-    [[ -s "$work/display" ]] && break
-    sleep 0.05
-done
-[[ -s "$work/display" ]] || { echo "Xvfb did not start" >&2; cat "$work/xvfb.log" >&2; exit 1; }
+wait_until 30 test -s "$work/display" || { echo "Xvfb did not start" >&2; cat "$work/xvfb.log" >&2; exit 1; }
 export DISPLAY=":$(head -n1 "$work/display")"
 
 export HOME="$work/home"
@@ -39,11 +46,8 @@ if [[ -z "${KEYFERRY_TEST_NO_TRAY:-}" ]]; then
     trayer --edge top --align right --width 10 --height 26 --SetDockType true --expand true \
         --transparent false --tint 0xdedede >"$work/trayer.log" 2>&1 &
     pids+=($!)
-    for _ in $(seq 100); do
-        xdotool search --name '^panel$' >/dev/null 2>&1 && break
-        sleep 0.05
-    done
-    xdotool search --name '^panel$' >/dev/null 2>&1 || { echo "trayer did not start" >&2; exit 1; }
+    panel_shown() { xdotool search --name '^panel$' >/dev/null 2>&1; }
+    wait_until 30 panel_shown || { echo "trayer did not start" >&2; cat "$work/trayer.log" >&2; exit 1; }
 fi
 
 "$@"
