@@ -1,0 +1,24 @@
+# Benchmarks of keyferry-service. Built on request (`cmake --build build --target keyferry-bench-connections`),
+# run by hand or by scripts/bench; never registered as tests.
+add_executable(keyferry-bench-connections EXCLUDE_FROM_ALL
+               ${CMAKE_CURRENT_LIST_DIR}/connections/ConnectionsBenchmark.cpp
+               ${CMAKE_CURRENT_LIST_DIR}/connections/IdleComputer.cpp)
+target_link_libraries(keyferry-bench-connections PRIVATE keyferry_service_testkit)
+target_compile_definitions(keyferry-bench-connections PRIVATE KEYFERRY_SERVICE_PROGRAM="$<TARGET_FILE:keyferry-service>")
+add_dependencies(keyferry-bench-connections keyferry-service)
+keyferry_compile_options(keyferry-bench-connections)
+
+# Phone-to-computer latency: the service alone, and (`bench-latency-app`) the whole way through the application.
+add_executable(keyferry-bench-latency EXCLUDE_FROM_ALL ${CMAKE_CURRENT_LIST_DIR}/latency/LatencyBenchmark.cpp)
+target_link_libraries(keyferry-bench-latency PRIVATE keyferry_service_testkit)
+target_compile_definitions(keyferry-bench-latency PRIVATE KEYFERRY_SERVICE_PROGRAM="$<TARGET_FILE:keyferry-service>")
+add_dependencies(keyferry-bench-latency keyferry-service)
+keyferry_compile_options(keyferry-bench-latency)
+if(TARGET keyferry_e2e_support)
+    target_link_libraries(keyferry-bench-latency PRIVATE keyferry_e2e_support)
+    target_compile_definitions(keyferry-bench-latency PRIVATE KEYFERRY_BENCH_WITH_APP)
+    add_custom_target(bench-latency-app
+        COMMAND ${PROJECT_SOURCE_DIR}/tests/ui/with-desktop.sh dbus-run-session -- $<TARGET_FILE:keyferry-bench-latency> --app
+        DEPENDS keyferry-bench-latency
+        USES_TERMINAL)
+endif()

@@ -1,0 +1,228 @@
+#include "ApiRouter.h"
+
+#include "WebAssets.h"
+
+#include <optional>
+
+namespace keyferry::service {
+namespace {
+
+namespace http = boost::beast::http;
+using nlohmann::json;
+
+constexpr std::string_view computerPrefix = "/v1/computers/";
+constexpr std::string_view phonePrefix = "/v1/phones/";
+
+// The request's body as a JSON object, or nothing when it is not one.
+std::optional<json> bodyObject(const ApiRouter::Request& request) {
+    json body = json::parse(request.body(), nullptr, false);
+    if (body.is_discarded() || !body.is_object()) {
+        return std::nullopt;
+    }
+    return body;
+}
+
+// A string member; absent members read as `fallback`, members of another type as nothing.
+std::optional<std::string> stringField(const json& body, const char* key, std::optional<std::string> fallback = {}) {
+    const auto found = body.find(key);
+    if (found == body.end() || found->is_null()) {
+        return fallback;
+    }
+    return found->is_string() ? std::optional<std::string>(found->get<std::string>()) : std::nullopt;
+}
+
+ApiReply badBody(const char* expected) { return ApiReply::error(400, std::string("The body must be ") + expected + "."); }
+
+ApiReply methodNotAllowed() { return ApiReply::error(405, "This method is not allowed here."); }
+
+ApiReply notFound() { return ApiReply::error(404, "There is nothing here."); }
+
+void setCommonHeaders(ApiRouter::Response& response) {
+    response.set(http::field::server, "keyferry-service");
+    response.set("X-Content-Type-Options", "nosniff");
+    response.set("Referrer-Policy", "no-referrer");
+}
+
+ApiRouter::Response jsonResponse(const ApiRouter::Request& request, const ApiReply& reply) {
+    ApiRouter::Response response{static_cast<http::status>(reply.status), request.version()};
+    setCommonHeaders(response);
+    response.set(http::field::content_type, "application/json");
+    response.set(http::field::cache_control, "no-store");
+    if (reply.retryAfterSeconds) {
+        response.set(http::field::retry_after, std::to_string(*reply.retryAfterSeconds));
+    }
+    response.keep_alive(request.keep_alive());
+    response.body() = reply.body.dump();
+    response.prepare_payload();
+    return response;
+}
+
+} // namespace
+
+ApiRouter::ApiRouter(ServiceCore& core, std::string authorityPem)
+    : core_(core), authorityPem_(std::move(authorityPem)) {}
+
+ApiRouter::Response ApiRouter::handle(const Request& request, const std::string& clientAddress) {
+    const std::string_view target = request.target();
+    const std::string_view path = target.substr(0, target.find('?'));
+    if (!path.starts_with("/v1/")) {
+        return staticFile(request, path);
+    }
+    try {
+        return jsonResponse(request, route(request, clientAddress));
+    } catch (const std::exception&) {
+        return errorResponse(request, 500, "The service could not complete the request.");
+    }
+}
+
+std::string ApiRouter::bearerToken(const Request& request) {
+    const std::string_view value = request[http::field::authorization];
+    constexpr std::string_view scheme = "Bearer ";
+    if (value.size() <= scheme.size() || !boost::beast::iequals(value.substr(0, scheme.size()), scheme)) {
+        return {};
+    }
+    std::string_view token = value.substr(scheme.size());
+    while (!token.empty() && token.front() == ' ') {
+        token.remove_prefix(1);
+    }
+    return std::string(token);
+}
+
+ApiRouter::Response ApiRouter::errorResponse(const Request& request, int status, const std::string& message) {
+    Response response = jsonResponse(request, ApiReply::error(status, message));
+    response.keep_alive(false);
+    return response;
+}
+
+ApiReply ApiRouter::route(const Request& request, const std::string& clientAddress) {
+    const std::string_view target = request.target();
+    const std::string_view path = target.substr(0, target.find('?'));
+    if (path.starts_with(computerPrefix)) {
+        return routeComputer(request, path.substr(computerPrefix.size()), clientAddress);
+    }
+    if (path.starts_with(phonePrefix)) {
+        return routePhone(request, path.substr(phonePrefix.size()), clientAddress);
+    }
+    return notFound();
+}
+
+ApiReply ApiRouter::routeComputer(const Request& request, std::string_view path, const std::string& clientAddress) {
+    const bool isPost = request.method() == http::verb::post;
+    const bool isGet = request.method() == http::verb::get;
+    const std::string token = bearerToken(request);
+    if (path == "pair/start") {
+        if (!isPost) {
+            return methodNotAllowed();
+        }
+        const auto body = bodyObject(request);
+        const auto name = body ? stringField(*body, "name") : std::nullopt;
+        const auto platform = body ? stringField(*body, "platform") : std::nullopt;
+        if (!name || !platform) {
+            return badBody("a JSON object with the strings \"name\" and \"platform\"");
+        }
+        return core_.startPairing(*name, *platform, clientAddress);
+    }
+    if (path == "pair/code") {
+        return isPost ? core_.newPairCode(token) : methodNotAllowed();
+    }
+    if (path == "pair/status") {
+        return isGet ? core_.pairStatus(token) : methodNotAllowed();
+    }
+    if (path == "phones") {
+        return isGet ? core_.computerPhones(token) : methodNotAllowed();
+    }
+    if (path == "phones/remove") {
+        if (!isPost) {
+            return methodNotAllowed();
+        }
+        if (!core_.authenticateComputer(token)) {
+            return core_.removePhone(token, {});
+        }
+        const auto body = bodyObject(request);
+        const auto pairingId = body ? stringField(*body, "pairingId") : std::nullopt;
+        if (!pairingId) {
+            return badBody("a JSON object with the string \"pairingId\"");
+        }
+        return core_.removePhone(token, *pairingId);
+    }
+    if (path == "connect") {
+        return core_.authenticateComputer(token) ? ApiReply::error(426, "This address takes a WebSocket upgrade.")
+                                                 : ApiReply::error(401, "The credential is not valid.");
+    }
+    return notFound();
+}
+
+ApiReply ApiRouter::routePhone(const Request& request, std::string_view path, const std::string& clientAddress) {
+    const bool isPost = request.method() == http::verb::post;
+    const bool isGet = request.method() == http::verb::get;
+    const std::string token = bearerToken(request);
+    if (path == "pair") {
+        if (!isPost) {
+            return methodNotAllowed();
+        }
+        const auto body = bodyObject(request);
+        const auto code = body ? stringField(*body, "code") : std::nullopt;
+        const auto name = body ? stringField(*body, "name") : std::nullopt;
+        const auto platform = body ? stringField(*body, "platform", "web") : std::nullopt;
+        const auto appVersion = body ? stringField(*body, "appVersion", "") : std::nullopt;
+        if (!code || !name || !platform || !appVersion) {
+            return badBody("a JSON object with the strings \"code\" and \"name\" (and optionally \"platform\" and "
+                           "\"appVersion\")");
+        }
+        return core_.pairPhone(*code, *name, *platform, *appVersion, clientAddress);
+    }
+    if (path == "me") {
+        return isGet ? core_.phoneInfo(token) : methodNotAllowed();
+    }
+    if (path == "texts") {
+        if (isGet) {
+            return core_.phoneTexts(token);
+        }
+        if (!isPost) {
+            return methodNotAllowed();
+        }
+        const auto body = bodyObject(request);
+        const auto text = body ? stringField(*body, "text") : std::nullopt;
+        if (!text) {
+            ApiReply identity = core_.phoneInfo(token);
+            return identity.status == 401 ? identity : badBody("a JSON object with the string \"text\"");
+        }
+        return core_.sendText(token, *text);
+    }
+    if (path == "unpair") {
+        return isPost ? core_.unpairPhone(token) : methodNotAllowed();
+    }
+    if (path == "computer/remove") {
+        return isPost ? core_.removeComputer(token) : methodNotAllowed();
+    }
+    return notFound();
+}
+
+ApiRouter::Response ApiRouter::staticFile(const Request& request, std::string_view path) const {
+    const bool isRead = request.method() == http::verb::get || request.method() == http::verb::head;
+    const WebAsset* asset = WebAssets::find(path);
+    if (!isRead || (!asset && path != "/ca.pem")) {
+        return jsonResponse(request, isRead ? notFound() : methodNotAllowed());
+    }
+    Response response{http::status::ok, request.version()};
+    setCommonHeaders(response);
+    if (asset) {
+        response.set(http::field::content_type, asset->contentType);
+        response.body() = std::string(asset->content);
+    } else {
+        response.set(http::field::content_type, "application/x-pem-file");
+        response.set(http::field::content_disposition, "attachment; filename=\"keyferry-ca.pem\"");
+        response.body() = authorityPem_;
+    }
+    response.set(http::field::cache_control, "no-cache");
+    response.set("Content-Security-Policy",
+                 "default-src 'self'; connect-src 'self'; img-src 'self' data:; frame-ancestors 'none'");
+    response.keep_alive(request.keep_alive());
+    response.prepare_payload();
+    if (request.method() == http::verb::head) {
+        response.body().clear();
+    }
+    return response;
+}
+
+} // namespace keyferry::service

@@ -1,0 +1,85 @@
+#pragma once
+
+#include "ApiReply.h"
+#include "RateLimiter.h"
+#include "ServiceClock.h"
+#include "ServiceEvents.h"
+#include "Storage.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace keyferry::service {
+
+// The rules of the Keyferry service: pairing codes, credentials, phones and the delivery of texts. It
+// answers each API call with an ApiReply and reports changes through ServiceEvents. It keeps no network
+// state; the clock and the storage are injected and must outlive it. Single-threaded: every call comes
+// from the service's network thread. Storage failures propagate as std::runtime_error.
+class ServiceCore {
+public:
+    static constexpr std::int64_t codeLifetimeMs = 10 * 60 * 1000;
+    static constexpr int wrongTriesPerCode = 5;
+    static constexpr int pairFailuresPerAddress = 10;  // per minute
+    static constexpr int pairStartsPerAddress = 20;     // per minute
+    static constexpr std::size_t maxTextCharacters = 10'000;
+    static constexpr std::int64_t maxWaitingTexts = 1'000;
+    static constexpr std::size_t maxNameCharacters = 100;
+    static constexpr std::size_t maxShortFieldCharacters = 40;
+    static constexpr int phoneTextHistory = 50;
+
+    ServiceCore(ServiceClock& clock, Storage& storage, ServiceEvents events = {});
+
+    // Computer side.
+    ApiReply startPairing(std::string_view name, std::string_view platform, const std::string& address);
+    ApiReply newPairCode(std::string_view computerToken);
+    ApiReply pairStatus(std::string_view computerToken);
+    ApiReply computerPhones(std::string_view computerToken);
+    ApiReply removePhone(std::string_view computerToken, std::string_view pairingId);
+    // The computer's id when the token belongs to a computer that is not revoked.
+    std::optional<std::string> authenticateComputer(std::string_view computerToken);
+
+    // Phone side.
+    ApiReply pairPhone(std::string_view code, std::string_view name, std::string_view platform,
+                       std::string_view appVersion, const std::string& address);
+    ApiReply phoneInfo(std::string_view phoneToken);
+    ApiReply sendText(std::string_view phoneToken, std::string_view text);
+    ApiReply phoneTexts(std::string_view phoneToken);
+    ApiReply unpairPhone(std::string_view phoneToken);
+    ApiReply removeComputer(std::string_view phoneToken);
+
+    // Delivery, for the computer's connection.
+    struct PendingText {
+        std::int64_t serial = 0;
+        std::string id;
+        std::string text;
+    };
+    // Texts not yet typed, in order, after `afterSerial` (0 for all).
+    std::vector<PendingText> textsToDeliver(const std::string& computerId, std::int64_t afterSerial);
+    void markDelivered(const std::string& computerId, std::string_view textId);
+    // An acknowledgement; unknown or repeated ids are ignored.
+    void acknowledge(const std::string& computerId, std::string_view textId);
+
+private:
+    struct PhoneContext {
+        PhoneRecord phone;
+        ComputerRecord computer;
+    };
+    std::optional<ComputerRecord> liveComputer(std::string_view token);
+    std::optional<PhoneContext> livePhone(std::string_view token);
+    ApiReply issueCode(const ComputerRecord& computer, std::optional<std::string> computerToken);
+    std::string unusedCode(std::int64_t now);
+    void countWrongTry(std::int64_t now);
+    bool isOnline(const std::string& computerId) const;
+    void notify(const std::function<void(const std::string&)>& event, const std::string& computerId) const;
+
+    ServiceClock& clock_;
+    Storage& storage_;
+    ServiceEvents events_;
+    RateLimiter pairFailures_;
+    RateLimiter pairStarts_;
+};
+
+} // namespace keyferry::service

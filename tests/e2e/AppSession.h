@@ -1,0 +1,44 @@
+#pragma once
+
+#include "ChildProcess.h"
+
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace keyferry::service {
+
+// The keyferry application with everything around it, on the private desktop the caller runs in (DISPLAY,
+// HOME and a session bus already private, as tests/ui/with-desktop.sh and dbus-run-session make them):
+// gnome-keyring's Secret Service, keyferry-service on the address compiled into the e2e build of the
+// application, a receiving window that records what it is typed, and the application itself. Everything
+// is stopped at destruction. Failures to start throw std::runtime_error. Owned by one test or benchmark.
+class AppSession {
+public:
+    explicit AppSession(const std::filesystem::path& folder);
+    ~AppSession();
+    AppSession(const AppSession&) = delete;
+    AppSession& operator=(const AppSession&) = delete;
+
+    // Presses "Generate pairing code" in the application's window and returns the code it shows, read from
+    // the service's store (a person reads it off the screen).
+    std::string requestPairingCode();
+    // Waits until the pairing-code window closed (a phone paired), then gives the receiver the focus.
+    void focusReceiverAfterPairing();
+    std::string received() const;
+    // A PNG of the whole screen, in the e2e screenshots folder.
+    static void screenshot(const std::string& name);
+
+    static bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds limit);
+
+private:
+    std::filesystem::path folder_;
+    std::unique_ptr<ChildProcess> keyring_;
+    std::unique_ptr<ChildProcess> service_;
+    std::unique_ptr<ChildProcess> receiver_;
+    std::unique_ptr<ChildProcess> app_;
+};
+
+} // namespace keyferry::service
