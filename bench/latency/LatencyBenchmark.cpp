@@ -76,7 +76,7 @@ std::string sampleText(std::size_t index) {
     const std::size_t emojiAt = 30 + index % 50;
     std::string text;
     for (std::size_t word = 0; codePointCount(text) < textLength; ++word) {
-        text += word % 6 == 5 ? accented[(index + word) % accented.size()] : plain[(index * 7 + word * 3) % plain.size()];
+        text += word % 6 == 5 ? accented[(index + word) % accented.size()] : plain[(index * 11 + word * 7) % plain.size()];
         text += ' ';
         if (codePointCount(text) >= emojiAt && text.find("\xF0\x9F\x99\x82") == std::string::npos) {
             text += "\xF0\x9F\x99\x82 "; // U+1F642 slightly smiling face
@@ -167,6 +167,10 @@ std::optional<std::vector<double>> measure(Phone& phone, const Computer& compute
     const auto runStart = Clock::now();
     for (int i = 0; i < count; ++i) {
         const std::string text = sampleText(static_cast<std::size_t>(i));
+        if (codePointCount(text) != textLength) {
+            std::fprintf(stderr, "text %d has %zu characters instead of %zu\n", i, codePointCount(text), textLength);
+            return std::nullopt;
+        }
         const auto start = Clock::now();
         const std::string id = phone.send(text);
         if (id.empty() || !computer.arrived(i, text, id)) {
@@ -263,6 +267,7 @@ int main(int argc, char** argv) {
     const bool withApp = argc > 1 && std::string(argv[1]) == "--app";
     const int countArgument = withApp ? 2 : 1;
     const int count = argc > countArgument ? std::stoi(argv[countArgument]) : defaultCount;
+    std::printf("%d texts like: %s\n", count, sampleText(1).c_str());
     try {
         if (!withApp) {
             return serviceAlone(count);
