@@ -9,12 +9,14 @@ add_dependencies(keyferry-bench-connections keyferry-service)
 keyferry_compile_options(keyferry-bench-connections)
 
 # Phone-to-computer latency: the service alone, and (`bench-latency-app`) the whole way through the application.
-add_executable(keyferry-bench-latency EXCLUDE_FROM_ALL ${CMAKE_CURRENT_LIST_DIR}/latency/LatencyBenchmark.cpp)
+add_executable(keyferry-bench-latency EXCLUDE_FROM_ALL ${CMAKE_CURRENT_LIST_DIR}/latency/LatencyBenchmark.cpp
+               ${CMAKE_CURRENT_LIST_DIR}/latency/KeptAliveHttpsClient.cpp)
 target_link_libraries(keyferry-bench-latency PRIVATE keyferry_service_testkit)
 target_compile_definitions(keyferry-bench-latency PRIVATE KEYFERRY_SERVICE_PROGRAM="$<TARGET_FILE:keyferry-service>")
 add_dependencies(keyferry-bench-latency keyferry-service)
 keyferry_compile_options(keyferry-bench-latency)
 if(TARGET keyferry_e2e_support)
+    target_sources(keyferry-bench-latency PRIVATE ${CMAKE_CURRENT_LIST_DIR}/latency/AppendedBytesWatcher.cpp)
     target_link_libraries(keyferry-bench-latency PRIVATE keyferry_e2e_support)
     target_compile_definitions(keyferry-bench-latency PRIVATE KEYFERRY_BENCH_WITH_APP)
     add_custom_target(bench-latency-app

@@ -58,7 +58,7 @@ AppSession::AppSession(const std::filesystem::path& folder) : folder_(folder) {
     require(service_->readLine(20s).value_or("").find("listening") != std::string::npos, "the service did not start");
 
     receiver_ = std::make_unique<ChildProcess>(
-        std::vector<std::string>{KEYFERRY_QT_RECEIVER, (folder_ / "received.txt").string(), "0"});
+        std::vector<std::string>{KEYFERRY_QT_RECEIVER, receivedFile().string(), "0"});
     app_ = std::make_unique<ChildProcess>(std::vector<std::string>{KEYFERRY_E2E_APP});
     require(eventually([] { return !visibleWindow("Keyferry").empty(); }, 30s), "the application showed no window");
 }
@@ -95,7 +95,7 @@ void AppSession::focusReceiverAfterPairing() {
 }
 
 std::string AppSession::received() const {
-    std::ifstream file(folder_ / "received.txt", std::ios::binary);
+    std::ifstream file(receivedFile(), std::ios::binary);
     std::ostringstream text;
     text << file.rdbuf();
     return text.str();

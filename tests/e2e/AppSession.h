@@ -28,6 +28,8 @@ public:
     // Waits until the pairing-code window closed (a phone paired), then gives the receiver the focus.
     void focusReceiverAfterPairing();
     std::string received() const;
+    // The file the receiving window appends every character it is typed to.
+    std::filesystem::path receivedFile() const { return folder_ / "received.txt"; }
     // A PNG of the whole screen, in the e2e screenshots folder.
     static void screenshot(const std::string& name);
 

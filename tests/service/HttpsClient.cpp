@@ -40,6 +40,21 @@ HttpsClient::Answer HttpsClient::exchange(const std::string& method, const std::
         boost::asio::ip::tcp::endpoint(boost::asio::ip::make_address(address_), port_));
     stream.handshake(ssl::stream_base::client);
 
+    http::write(stream, requestOf(method, target, token, body));
+
+    beast::flat_buffer buffer;
+    http::response_parser<http::string_body> parser;
+    parser.body_limit(16 * 1024 * 1024);
+    http::read(stream, buffer, parser);
+    auto response = parser.release();
+    beast::error_code ignored;
+    stream.shutdown(ignored);
+
+    return answerOf(static_cast<int>(response.result_int()), response.body(), response.base());
+}
+
+http::request<http::string_body> HttpsClient::requestOf(const std::string& method, const std::string& target,
+                                                        const std::string& token, const std::string& body) {
     http::request<http::string_body> request{http::string_to_verb(method), target, 11};
     request.set(http::field::host, "localhost");
     if (!token.empty()) {
@@ -50,24 +65,18 @@ HttpsClient::Answer HttpsClient::exchange(const std::string& method, const std::
         request.body() = body;
     }
     request.prepare_payload();
-    http::write(stream, request);
+    return request;
+}
 
-    beast::flat_buffer buffer;
-    http::response_parser<http::string_body> parser;
-    parser.body_limit(16 * 1024 * 1024);
-    http::read(stream, buffer, parser);
-    auto response = parser.release();
-    beast::error_code ignored;
-    stream.shutdown(ignored);
-
+HttpsClient::Answer HttpsClient::answerOf(int status, std::string body, boost::beast::http::fields headers) {
     Answer answer;
-    answer.status = static_cast<int>(response.result_int());
-    answer.body = response.body();
+    answer.status = status;
+    answer.body = std::move(body);
     answer.json = nlohmann::json::parse(answer.body, nullptr, false);
     if (answer.json.is_discarded()) {
         answer.json = nullptr;
     }
-    answer.headers = response.base();
+    answer.headers = std::move(headers);
     return answer;
 }
 

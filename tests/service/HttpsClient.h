@@ -1,6 +1,8 @@
 #pragma once
 
 #include <boost/beast/http/fields.hpp>
+#include <boost/beast/http/message.hpp>
+#include <boost/beast/http/string_body.hpp>
 #include <nlohmann/json.hpp>
 
 #include <filesystem>
@@ -32,6 +34,11 @@ public:
     // extra header lines.
     Answer exchange(const std::string& method, const std::string& target, const std::string& token,
                     const std::string& body) const;
+    // The request exchange() sends: HTTP/1.1 to host "localhost", JSON body when there is one.
+    static boost::beast::http::request<boost::beast::http::string_body>
+    requestOf(const std::string& method, const std::string& target, const std::string& token, const std::string& body);
+    // An answer from a response's status, body and header fields, its body parsed when it is JSON.
+    static Answer answerOf(int status, std::string body, boost::beast::http::fields headers);
 
 private:
     unsigned short port_;
