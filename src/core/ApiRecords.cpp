@@ -65,12 +65,12 @@ std::optional<PairStatusResponse> PairStatusResponse::decode(std::string_view js
 std::optional<PairedPhonesResponse> PairedPhonesResponse::decode(std::string_view json) {
     return decodeObject<PairedPhonesResponse>(json, [](JsonReader& reader) {
         PairedPhonesResponse response;
-        const auto* phones = reader.requiredArray("phones");
-        if (phones == nullptr) {
+        const auto* phoneArray = reader.requiredArray("phones");
+        if (phoneArray == nullptr) {
             return response;
         }
-        response.phones.reserve(phones->size());
-        for (const auto& element : *phones) {
+        response.phones.reserve(phoneArray->size());
+        for (const auto& element : *phoneArray) {
             JsonReader phoneReader(element);
             response.phones.push_back(readPhone(phoneReader));
             if (!phoneReader.ok()) {
