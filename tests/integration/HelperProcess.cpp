@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -68,6 +69,9 @@ HelperProcess::HelperProcess(const std::vector<std::string>& arguments,
         throw std::runtime_error("fork failed");
     }
     if (child == 0) {
+        // A test killed by its time limit runs no destructor; the helper must not outlive it
+        // (an orphaned Xvfb was seen spinning and ignoring SIGTERM).
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
         dup2(inputPipe[0], STDIN_FILENO);
         dup2(outputPipe[1], STDOUT_FILENO);
         setpgid(0, 0);
