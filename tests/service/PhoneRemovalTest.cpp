@@ -9,7 +9,6 @@ namespace keyferry::service {
 namespace {
 
 using nlohmann::json;
-using namespace std::chrono_literals;
 
 class PhoneRemovalTest : public WireTest {
 protected:
