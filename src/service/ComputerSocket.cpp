@@ -114,9 +114,9 @@ void ComputerSocket::close(CloseReason reason) {
     socket_.async_close(closeReasonOf(reason), [self = shared_from_this(), grace](beast::error_code) { grace->cancel(); });
 }
 
-// Ends the connection now: pending operations fail at once and the kernel drops unsent bytes (reset).
-// The descriptor stays open until the socket is destroyed, so no other connection can reuse its number
-// under an operation still running.
+// Ends the connection now: pending operations fail at once, and once the socket is destroyed the kernel
+// resets the connection and drops what the peer did not take (linger 0). The descriptor itself stays open
+// until then, so no new connection can get its number while an operation on it may still run.
 void ComputerSocket::cutOff() {
     auto& tcp = socket_.next_layer().socket();
     beast::error_code ignored;
