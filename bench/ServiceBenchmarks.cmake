@@ -24,3 +24,10 @@ if(TARGET keyferry_e2e_support)
         DEPENDS keyferry-bench-latency
         USES_TERMINAL)
 endif()
+
+# The service's peak memory while one computer with a large backlog opens sockets it never reads.
+add_executable(keyferry-bench-backlog EXCLUDE_FROM_ALL ${CMAKE_CURRENT_LIST_DIR}/backlog/BacklogBenchmark.cpp)
+target_link_libraries(keyferry-bench-backlog PRIVATE keyferry_service_testkit)
+target_compile_definitions(keyferry-bench-backlog PRIVATE KEYFERRY_SERVICE_PROGRAM="$<TARGET_FILE:keyferry-service>")
+add_dependencies(keyferry-bench-backlog keyferry-service)
+keyferry_compile_options(keyferry-bench-backlog)

@@ -3,9 +3,11 @@
 #include "ComputerConnections.h"
 #include "ServiceCore.h"
 
+#include <boost/asio/steady_timer.hpp>
 #include <boost/beast/core/buffers_to_string.hpp>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <chrono>
 
 namespace keyferry::service {
@@ -46,7 +48,7 @@ void ComputerSocket::start(UpgradeRequest request) {
     socket_.set_option(websocket::stream_base::decorator(
         [](websocket::response_type& response) { response.set(beast::http::field::server, "keyferry-service"); }));
     socket_.read_message_max(maxIncomingFrame);
-    // Server frames go out unmasked straight from the outbox; a small staging buffer is all that is needed.
+    // Server frames go out unmasked straight from the frame in write; a small staging buffer is all that is needed.
     socket_.write_buffer_bytes(512);
     upgrade_ = std::move(request);
     socket_.async_accept(*upgrade_, [self = shared_from_this()](beast::error_code error) { self->onAccept(error); });
@@ -59,25 +61,38 @@ void ComputerSocket::onAccept(beast::error_code error) {
     }
     open_ = true;
     connections_.add(shared_from_this());
-    send(json{{"type", "connected"}}.dump());
+    send({json{{"type", "connected"}}.dump(), {}});
     deliverNewTexts();
     readNext();
 }
 
 void ComputerSocket::deliverNewTexts() {
-    if (!open_ || closing_) {
+    queueWaitingTexts();
+    if (!writing_) {
+        writeNext();
+    }
+}
+
+void ComputerSocket::queueWaitingTexts() {
+    if (!open_ || closing_ || textsInFlight_.size() >= textsAhead) {
         return;
     }
-    for (const ServiceCore::PendingText& text : core_.textsToDeliver(computerId_, lastSentSerial_)) {
-        send(json{{"type", "insert_text"}, {"id", text.id}, {"text", text.text}}.dump());
+    const auto room = static_cast<int>(textsAhead - textsInFlight_.size());
+    for (ServiceCore::PendingText& text : core_.textsToDeliver(computerId_, lastSentSerial_, room)) {
         core_.markDelivered(computerId_, text.id);
         lastSentSerial_ = text.serial;
+        textsInFlight_.push_back(text.id);
+        outbox_.push_back({json{{"type", "insert_text"}, {"id", text.id}, {"text", text.text}}.dump(), std::move(text.id)});
     }
 }
 
 void ComputerSocket::sendPhonesChanged() {
-    if (open_ && !closing_) {
-        send(json{{"type", "phones_changed"}}.dump());
+    const std::string frame = json{{"type", "phones_changed"}}.dump();
+    // One waiting notice says it all; a peer that reads nothing does not pile them up.
+    const bool alreadyWaiting =
+        std::any_of(outbox_.begin(), outbox_.end(), [&](const Outgoing& outgoing) { return outgoing.frame == frame; });
+    if (open_ && !closing_ && !alreadyWaiting) {
+        send({frame, {}});
     }
 }
 
@@ -86,7 +101,28 @@ void ComputerSocket::close(CloseReason reason) {
         return;
     }
     closing_ = true;
-    socket_.async_close(closeReasonOf(reason), [self = shared_from_this()](beast::error_code) {});
+    outbox_ = {};
+    // Beast sends the close frame once the write in progress is done; a peer that reads nothing would keep
+    // both (and this socket) waiting until the idle time-out, so it is cut off instead.
+    auto grace = std::make_shared<boost::asio::steady_timer>(socket_.get_executor(), closeGrace);
+    grace->async_wait([weak = weak_from_this()](beast::error_code error) {
+        const auto self = weak.lock();
+        if (self && !error) {
+            self->cutOff();
+        }
+    });
+    socket_.async_close(closeReasonOf(reason), [self = shared_from_this(), grace](beast::error_code) { grace->cancel(); });
+}
+
+// Ends the connection now: pending operations fail at once, and once the socket is destroyed the kernel
+// resets the connection and drops what the peer did not take (linger 0). The descriptor itself stays open
+// until then, so no new connection can get its number while an operation on it may still run.
+void ComputerSocket::cutOff() {
+    auto& tcp = socket_.next_layer().socket();
+    beast::error_code ignored;
+    tcp.set_option(boost::asio::socket_base::linger(true, 0), ignored);
+    tcp.shutdown(boost::asio::ip::tcp::socket::shutdown_both, ignored);
+    tcp.cancel(ignored);
 }
 
 void ComputerSocket::readNext() {
@@ -115,34 +151,55 @@ void ComputerSocket::handleFrame() {
     }
     const auto id = frame.find("id");
     if (id != frame.end() && id->is_string()) {
-        core_.acknowledge(computerId_, id->get_ref<const std::string&>());
+        acknowledged(id->get_ref<const std::string&>());
     }
 }
 
-void ComputerSocket::send(std::string frame) {
-    outbox_.push_back(std::move(frame));
+void ComputerSocket::acknowledged(const std::string& textId) {
+    core_.acknowledge(computerId_, textId);
+    std::erase(textsInFlight_, textId);
+    deliverNewTexts();
+}
+
+void ComputerSocket::send(Outgoing outgoing) {
+    outbox_.push_back(std::move(outgoing));
     if (!writing_) {
         writeNext();
     }
 }
 
 void ComputerSocket::writeNext() {
-    if (outbox_.empty() || !open_) {
+    while (dropWithdrawnText()) {
+        queueWaitingTexts();
+    }
+    if (outbox_.empty() || !open_ || closing_) {
         writing_ = false;
-        outbox_.shrink_to_fit();
+        outbox_ = {};
         return;
     }
     writing_ = true;
+    frameInWrite_ = std::move(outbox_.front().frame);
+    outbox_.erase(outbox_.begin());
     socket_.text(true);
-    socket_.async_write(boost::asio::buffer(outbox_.front()),
+    socket_.async_write(boost::asio::buffer(frameInWrite_),
                         [self = shared_from_this()](beast::error_code error, std::size_t) { self->onWrite(error); });
 }
 
-void ComputerSocket::onWrite(beast::error_code error) {
+// A text whose phone was removed since it was queued is not sent; its place ahead goes to the next one.
+bool ComputerSocket::dropWithdrawnText() {
+    if (outbox_.empty() || outbox_.front().textId.empty() || core_.isWaiting(computerId_, outbox_.front().textId)) {
+        return false;
+    }
+    std::erase(textsInFlight_, outbox_.front().textId);
     outbox_.erase(outbox_.begin());
+    return true;
+}
+
+void ComputerSocket::onWrite(beast::error_code error) {
+    frameInWrite_ = std::string();
     if (error) {
         writing_ = false;
-        outbox_.clear();
+        outbox_ = {};
         return;
     }
     writeNext();

@@ -3,6 +3,7 @@
 #include "ComputerConnections.h"
 #include "ComputerSocket.h"
 
+#include <boost/beast/core/buffers_to_string.hpp>
 #include <boost/beast/http/read.hpp>
 #include <boost/beast/http/write.hpp>
 #include <boost/beast/websocket/rfc6455.hpp>
@@ -92,6 +93,8 @@ void HttpSession::upgradeComputer() {
         return;
     }
     deadline_.cancel();
+    // The computer may have sent its first frames right behind the request; they belong to the socket.
+    stream_.giveBack(beast::buffers_to_string(buffer_.data()));
     const auto socket = std::make_shared<ComputerSocket>(std::move(stream_), *computerId, core_, connections_);
     socket->start(std::move(request));
 }

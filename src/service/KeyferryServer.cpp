@@ -46,6 +46,7 @@ KeyferryServer::KeyferryServer(const ServerOptions& options, ServiceClock& clock
         authorityFile_ = files.authority;
         configureTls(files.chain, files.key);
     }
+    expireTextsHourly();
     router_ = std::make_unique<ApiRouter>(core_, readFile(authorityFile_));
     const boost::asio::ip::tcp::endpoint endpoint(boost::asio::ip::make_address(options.listenHost),
                                                   options.listenPort);
@@ -69,6 +70,16 @@ void KeyferryServer::configureTls(const std::filesystem::path& chain, const std:
                      boost::asio::ssl::context::single_dh_use);
     tls_.use_certificate_chain_file(chain.string());
     tls_.use_private_key_file(key.string(), boost::asio::ssl::context::pem);
+}
+
+void KeyferryServer::expireTextsHourly() {
+    core_.expireTexts();
+    expiry_.expires_after(std::chrono::hours(1));
+    expiry_.async_wait([this](const boost::system::error_code& error) {
+        if (!error) {
+            expireTextsHourly();
+        }
+    });
 }
 
 unsigned short KeyferryServer::port() const { return listener_->port(); }
@@ -98,6 +109,7 @@ void KeyferryServer::stop() {
     boost::asio::post(io_, [this] {
         listener_->stop();
         connections_.closeAll();
+        expiry_.cancel();
         if (signals_) {
             signals_->cancel();
         }

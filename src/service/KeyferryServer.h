@@ -10,6 +10,7 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
 #include <boost/asio/ssl/context.hpp>
+#include <boost/asio/steady_timer.hpp>
 
 #include <filesystem>
 #include <memory>
@@ -41,6 +42,8 @@ public:
 
 private:
     void configureTls(const std::filesystem::path& chain, const std::filesystem::path& key);
+    // Deletes expired texts now and then every hour.
+    void expireTextsHourly();
 
     boost::asio::io_context io_{1};
     boost::asio::ssl::context tls_;
@@ -51,6 +54,7 @@ private:
     std::unique_ptr<ApiRouter> router_;
     std::shared_ptr<Listener> listener_;
     std::unique_ptr<boost::asio::signal_set> signals_;
+    boost::asio::steady_timer expiry_{io_};
 };
 
 } // namespace keyferry::service

@@ -273,13 +273,17 @@ ApiReply ServiceCore::sendText(std::string_view phoneToken, std::string_view tex
         return ApiReply::error(413, "The text is longer than 10000 characters.");
     }
     const std::string& computerId = context->computer.id;
+    const std::int64_t now = clock_.nowMs();
     if (storage_.untypedTextCount(computerId) >= maxWaitingTexts) {
         return tooMany("Too many texts are waiting for the computer.", minuteMs);
     }
-    const std::int64_t now = clock_.nowMs();
+    const auto waitingBytes = storage_.untypedTextBytes(computerId, now - waitingTextLifetimeMs);
+    if (waitingBytes + static_cast<std::int64_t>(text.size()) > waitingTextBudgetBytes) {
+        return tooMany("Too much text is waiting for the computer. Try again once it has typed some.", minuteMs);
+    }
     TextRecord record{0, Secrets::newId(), computerId, context->phone.id, std::string(text), now, {}, {}};
     storage_.insertText(record);
-    storage_.deleteTypedTexts(now - dayMs);
+    expireTexts();
     notify(events_.textQueued, computerId);
 
     const auto stored = storage_.phoneTexts(context->phone.id, 1);
@@ -325,12 +329,17 @@ ApiReply ServiceCore::removeComputer(std::string_view phoneToken) {
 }
 
 std::vector<ServiceCore::PendingText> ServiceCore::textsToDeliver(const std::string& computerId,
-                                                                 std::int64_t afterSerial) {
+                                                                 std::int64_t afterSerial, int limit) {
     std::vector<PendingText> pending;
-    for (TextRecord& text : storage_.untypedTexts(computerId, afterSerial)) {
+    const std::int64_t createdAfter = clock_.nowMs() - waitingTextLifetimeMs;
+    for (TextRecord& text : storage_.untypedTexts(computerId, afterSerial, createdAfter, limit)) {
         pending.push_back({text.serial, std::move(text.id), std::move(text.text)});
     }
     return pending;
+}
+
+bool ServiceCore::isWaiting(const std::string& computerId, std::string_view textId) {
+    return storage_.isTextUntyped(computerId, textId);
 }
 
 void ServiceCore::markDelivered(const std::string& computerId, std::string_view textId) {
@@ -339,6 +348,12 @@ void ServiceCore::markDelivered(const std::string& computerId, std::string_view 
 
 void ServiceCore::acknowledge(const std::string& computerId, std::string_view textId) {
     storage_.markTextTyped(computerId, textId, clock_.nowMs());
+}
+
+void ServiceCore::expireTexts() {
+    const std::int64_t now = clock_.nowMs();
+    storage_.deleteTypedTexts(now - dayMs);
+    storage_.deleteTextsCreatedBy(now - waitingTextLifetimeMs);
 }
 
 std::optional<ComputerRecord> ServiceCore::liveComputer(std::string_view token) {

@@ -26,6 +26,10 @@ public:
     static constexpr int pairStartsPerAddress = 20;     // per minute
     static constexpr std::size_t maxTextCharacters = 10'000;
     static constexpr std::int64_t maxWaitingTexts = 1'000;
+    // A text not typed within a week is deleted; a computer away that long has been given up on.
+    static constexpr std::int64_t waitingTextLifetimeMs = 7LL * 24 * 60 * 60 * 1000;
+    // Bytes of UTF-8 text that may wait for one computer: about 26 of the longest texts.
+    static constexpr std::int64_t waitingTextBudgetBytes = 1024 * 1024;
     static constexpr std::size_t maxNameCharacters = 100;
     static constexpr std::size_t maxShortFieldCharacters = 40;
     static constexpr int phoneTextHistory = 50;
@@ -56,11 +60,15 @@ public:
         std::string id;
         std::string text;
     };
-    // Texts not yet typed, in order, after `afterSerial` (0 for all).
-    std::vector<PendingText> textsToDeliver(const std::string& computerId, std::int64_t afterSerial);
+    // At most `limit` texts not yet typed and not expired, in order, after `afterSerial` (0 for all).
+    std::vector<PendingText> textsToDeliver(const std::string& computerId, std::int64_t afterSerial, int limit);
+    // Whether the text still waits to be typed: false once acknowledged, expired or dropped with its phone.
+    bool isWaiting(const std::string& computerId, std::string_view textId);
     void markDelivered(const std::string& computerId, std::string_view textId);
     // An acknowledgement; unknown or repeated ids are ignored.
     void acknowledge(const std::string& computerId, std::string_view textId);
+    // Deletes typed texts after a day and every text after its lifetime; run at start and periodically.
+    void expireTexts();
 
 private:
     struct PhoneContext {

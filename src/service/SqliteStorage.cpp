@@ -91,6 +91,7 @@ void SqliteStorage::createSchema() {
             "delivered_at INTEGER, typed_at INTEGER)");
     execute("CREATE INDEX IF NOT EXISTS texts_by_computer ON texts (computer_id, typed_at, serial)");
     execute("CREATE INDEX IF NOT EXISTS texts_by_phone ON texts (phone_id, serial)");
+    execute("CREATE INDEX IF NOT EXISTS texts_by_age ON texts (created_at)");
 }
 
 void SqliteStorage::transaction(const std::function<void()>& work) {
@@ -231,8 +232,16 @@ std::vector<PhoneRecord> SqliteStorage::phones(std::string_view computerId) {
 }
 
 bool SqliteStorage::deletePhone(std::string_view computerId, std::string_view phoneId) {
-    SqliteStatement(database_, "DELETE FROM phones WHERE computer_id = ? AND id = ?").bind(computerId).bind(phoneId).run();
-    return sqlite3_changes(database_) > 0;
+    bool deleted = false;
+    transaction([&] {
+        SqliteStatement(database_, "DELETE FROM phones WHERE computer_id = ? AND id = ?").bind(computerId).bind(phoneId).run();
+        deleted = sqlite3_changes(database_) > 0;
+        SqliteStatement(database_, "DELETE FROM texts WHERE computer_id = ? AND phone_id = ?")
+            .bind(computerId)
+            .bind(phoneId)
+            .run();
+    });
+    return deleted;
 }
 
 void SqliteStorage::touchPhone(std::string_view phoneId, std::int64_t now) {
@@ -253,11 +262,12 @@ std::int64_t SqliteStorage::insertText(const TextRecord& text) {
     return sqlite3_last_insert_rowid(database_);
 }
 
-std::vector<TextRecord> SqliteStorage::untypedTexts(std::string_view computerId, std::int64_t afterSerial) {
-    SqliteStatement statement(database_,
-                              sql("SELECT ", textColumns,
-                                  " FROM texts WHERE computer_id = ? AND typed_at IS NULL AND serial > ? ORDER BY serial"));
-    statement.bind(computerId).bind(afterSerial);
+std::vector<TextRecord> SqliteStorage::untypedTexts(std::string_view computerId, std::int64_t afterSerial,
+                                                    std::int64_t createdAfter, int limit) {
+    SqliteStatement statement(database_, sql("SELECT ", textColumns,
+                                             " FROM texts WHERE computer_id = ? AND typed_at IS NULL AND serial > ? "
+                                             "AND created_at > ? ORDER BY serial LIMIT ?"));
+    statement.bind(computerId).bind(afterSerial).bind(createdAfter).bind(std::int64_t{limit});
     return readAll<TextRecord>(statement, readText);
 }
 
@@ -265,6 +275,19 @@ std::int64_t SqliteStorage::untypedTextCount(std::string_view computerId) {
     SqliteStatement statement(database_, "SELECT COUNT(*) FROM texts WHERE computer_id = ? AND typed_at IS NULL");
     statement.bind(computerId);
     return statement.step() ? statement.integer(0) : 0;
+}
+
+std::int64_t SqliteStorage::untypedTextBytes(std::string_view computerId, std::int64_t createdAfter) {
+    SqliteStatement statement(database_, "SELECT COALESCE(SUM(LENGTH(CAST(body AS BLOB))), 0) FROM texts "
+                                         "WHERE computer_id = ? AND typed_at IS NULL AND created_at > ?");
+    statement.bind(computerId).bind(createdAfter);
+    return statement.step() ? statement.integer(0) : 0;
+}
+
+bool SqliteStorage::isTextUntyped(std::string_view computerId, std::string_view textId) {
+    SqliteStatement statement(database_, "SELECT 1 FROM texts WHERE computer_id = ? AND id = ? AND typed_at IS NULL");
+    statement.bind(computerId).bind(textId);
+    return statement.step();
 }
 
 void SqliteStorage::markTextDelivered(std::string_view computerId, std::string_view textId, std::int64_t now) {
@@ -295,6 +318,10 @@ std::vector<TextRecord> SqliteStorage::phoneTexts(std::string_view phoneId, int 
 
 void SqliteStorage::deleteTypedTexts(std::int64_t typedBefore) {
     SqliteStatement(database_, "DELETE FROM texts WHERE typed_at IS NOT NULL AND typed_at < ?").bind(typedBefore).run();
+}
+
+void SqliteStorage::deleteTextsCreatedBy(std::int64_t moment) {
+    SqliteStatement(database_, "DELETE FROM texts WHERE created_at <= ?").bind(moment).run();
 }
 
 } // namespace keyferry::service

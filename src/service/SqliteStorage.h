@@ -40,12 +40,16 @@ public:
     void touchPhone(std::string_view phoneId, std::int64_t now) override;
 
     std::int64_t insertText(const TextRecord& text) override;
-    std::vector<TextRecord> untypedTexts(std::string_view computerId, std::int64_t afterSerial) override;
+    std::vector<TextRecord> untypedTexts(std::string_view computerId, std::int64_t afterSerial,
+                                         std::int64_t createdAfter, int limit) override;
     std::int64_t untypedTextCount(std::string_view computerId) override;
+    std::int64_t untypedTextBytes(std::string_view computerId, std::int64_t createdAfter) override;
+    bool isTextUntyped(std::string_view computerId, std::string_view textId) override;
     void markTextDelivered(std::string_view computerId, std::string_view textId, std::int64_t now) override;
     bool markTextTyped(std::string_view computerId, std::string_view textId, std::int64_t now) override;
     std::vector<TextRecord> phoneTexts(std::string_view phoneId, int limit) override;
     void deleteTypedTexts(std::int64_t typedBefore) override;
+    void deleteTextsCreatedBy(std::int64_t moment) override;
 
 private:
     void execute(std::string_view sql);

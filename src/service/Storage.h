@@ -40,20 +40,29 @@ public:
     virtual std::optional<PhoneRecord> phoneByTokenHash(std::string_view tokenHash) = 0;
     // In pairing order.
     virtual std::vector<PhoneRecord> phones(std::string_view computerId) = 0;
+    // Deletes the phone and every text it sent, in one transaction; returns whether the phone existed.
     virtual bool deletePhone(std::string_view computerId, std::string_view phoneId) = 0;
     virtual void touchPhone(std::string_view phoneId, std::int64_t now) = 0;
 
     // Stores a text and returns its serial.
     virtual std::int64_t insertText(const TextRecord& text) = 0;
-    // Texts not yet typed with a serial above `afterSerial`, in serial order.
-    virtual std::vector<TextRecord> untypedTexts(std::string_view computerId, std::int64_t afterSerial) = 0;
+    // At most `limit` texts not yet typed, created after `createdAfter`, with a serial above
+    // `afterSerial`, in serial order.
+    virtual std::vector<TextRecord> untypedTexts(std::string_view computerId, std::int64_t afterSerial,
+                                                 std::int64_t createdAfter, int limit) = 0;
     virtual std::int64_t untypedTextCount(std::string_view computerId) = 0;
+    // The UTF-8 bytes of the computer's texts not yet typed, created after `createdAfter`.
+    virtual std::int64_t untypedTextBytes(std::string_view computerId, std::int64_t createdAfter) = 0;
+    // Whether that text of the computer is stored and not yet typed.
+    virtual bool isTextUntyped(std::string_view computerId, std::string_view textId) = 0;
     virtual void markTextDelivered(std::string_view computerId, std::string_view textId, std::int64_t now) = 0;
     // Returns whether a text of that computer was newly marked typed.
     virtual bool markTextTyped(std::string_view computerId, std::string_view textId, std::int64_t now) = 0;
     // The phone's latest texts, newest first.
     virtual std::vector<TextRecord> phoneTexts(std::string_view phoneId, int limit) = 0;
     virtual void deleteTypedTexts(std::int64_t typedBefore) = 0;
+    // Deletes every text created at or before `moment`, typed or not.
+    virtual void deleteTextsCreatedBy(std::int64_t moment) = 0;
 };
 
 } // namespace keyferry::service

@@ -1,5 +1,7 @@
 #include "TlsStream.h"
 
+#include <algorithm>
+#include <cstring>
 #include <stdexcept>
 
 namespace keyferry::service {
@@ -17,12 +19,23 @@ TlsStream::TlsStream(boost::asio::ip::tcp::socket&& socket, boost::asio::ssl::co
 }
 
 TlsStream::TlsStream(TlsStream&& other) noexcept
-    : socket_(std::move(other.socket_)), ssl_(std::exchange(other.ssl_, nullptr)) {}
+    : socket_(std::move(other.socket_)), ssl_(std::exchange(other.ssl_, nullptr)),
+      givenBack_(std::move(other.givenBack_)) {}
 
 TlsStream::~TlsStream() {
     if (ssl_) {
         SSL_free(ssl_);
     }
+}
+
+int TlsStream::takeGivenBack(boost::asio::mutable_buffer buffer, std::size_t& bytes) {
+    bytes = std::min(buffer.size(), givenBack_.size());
+    std::memcpy(buffer.data(), givenBack_.data(), bytes);
+    givenBack_.erase(0, bytes);
+    if (givenBack_.empty()) {
+        givenBack_.shrink_to_fit();
+    }
+    return 1;
 }
 
 void beast_close_socket(TlsStream& stream) {

@@ -12,6 +12,7 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <string>
 #include <utility>
 
 namespace keyferry::service {
@@ -33,6 +34,9 @@ public:
     ~TlsStream();
 
     executor_type get_executor() { return socket_.get_executor(); }
+    // Hands back bytes read from the peer past what their reader needed (an HTTP request that a WebSocket
+    // follows in the same write): the next reads return them before anything else.
+    void giveBack(std::string bytes) { givenBack_ = std::move(bytes); }
     boost::asio::ip::tcp::socket& socket() { return socket_; }
 
     template <class Token>
@@ -54,6 +58,10 @@ public:
     template <class MutableBuffers, class Token>
     auto async_read_some(const MutableBuffers& buffers, Token&& token) {
         const auto buffer = firstBuffer<boost::asio::mutable_buffer>(buffers);
+        if (!givenBack_.empty()) {
+            return start<true>([this, buffer](SSL*, std::size_t& bytes) { return takeGivenBack(buffer, bytes); },
+                               std::forward<Token>(token));
+        }
         return start<true>(
             [buffer](SSL* ssl, std::size_t& bytes) {
                 return buffer.size() == 0 ? 1 : SSL_read_ex(ssl, buffer.data(), buffer.size(), &bytes);
@@ -152,8 +160,11 @@ private:
         return Buffer();
     }
 
+    int takeGivenBack(boost::asio::mutable_buffer buffer, std::size_t& bytes);
+
     boost::asio::ip::tcp::socket socket_;
     SSL* ssl_ = nullptr;
+    std::string givenBack_;
 };
 
 // How Beast closes the stream at its lowest layer (time-outs, failed handshakes).

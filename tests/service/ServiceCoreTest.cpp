@@ -12,6 +12,7 @@ namespace {
 using nlohmann::json;
 
 constexpr std::int64_t minuteMs = 60'000;
+constexpr int allTexts = 1'000;
 
 class ServiceCoreTest : public ::testing::Test {
 protected:
@@ -282,7 +283,7 @@ TEST_F(ServiceCoreTest, APhoneRemovesTheComputerWhichRevokesEverything) {
     EXPECT_EQ(core.newPairCode(token).status, 401);
     EXPECT_FALSE(core.authenticateComputer(token));
     EXPECT_EQ(core.phoneInfo(phone["phoneToken"].get<std::string>()).status, 401);
-    EXPECT_TRUE(core.textsToDeliver(computer["computerId"], 0).empty());
+    EXPECT_TRUE(core.textsToDeliver(computer["computerId"], 0, allTexts).empty());
 }
 
 TEST_F(ServiceCoreTest, TextsWaitInOrderUntilAcknowledged) {
@@ -295,18 +296,18 @@ TEST_F(ServiceCoreTest, TextsWaitInOrderUntilAcknowledged) {
     EXPECT_EQ(first["computerOnline"], false);
     EXPECT_EQ(textQueued, (std::vector<std::string>{computerId, computerId}));
 
-    auto pending = core.textsToDeliver(computerId, 0);
+    auto pending = core.textsToDeliver(computerId, 0, allTexts);
     ASSERT_EQ(pending.size(), 2u);
     EXPECT_EQ(pending[0].id, first["id"]);
     EXPECT_EQ(pending[0].text, "first");
     EXPECT_EQ(pending[1].text, "second ✓");
-    EXPECT_EQ(core.textsToDeliver(computerId, pending[0].serial).size(), 1u);
+    EXPECT_EQ(core.textsToDeliver(computerId, pending[0].serial, allTexts).size(), 1u);
 
     core.markDelivered(computerId, pending[0].id);
     core.acknowledge(computerId, pending[0].id);
     core.acknowledge(computerId, pending[0].id);
     core.acknowledge(computerId, "unknown");
-    pending = core.textsToDeliver(computerId, 0);
+    pending = core.textsToDeliver(computerId, 0, allTexts);
     ASSERT_EQ(pending.size(), 1u);
     EXPECT_EQ(pending[0].text, "second ✓");
 
@@ -322,7 +323,7 @@ TEST_F(ServiceCoreTest, AnotherComputersAcknowledgementIsIgnored) {
     const auto [other, otherPhone] = pairedComputer();
     const std::string id = core.sendText(phone["phoneToken"].get<std::string>(), "mine").body["id"];
     core.acknowledge(other["computerId"], id);
-    EXPECT_EQ(core.textsToDeliver(computer["computerId"], 0).size(), 1u);
+    EXPECT_EQ(core.textsToDeliver(computer["computerId"], 0, allTexts).size(), 1u);
 }
 
 TEST_F(ServiceCoreTest, DeliveredStateAndOnlineFlagFollowTheConnection) {

@@ -1,10 +1,7 @@
 // The service as the application and the phone page meet it: real TLS on 127.0.0.1, a temporary data
 // folder, and a manual clock so that code expiry needs no waiting.
-#include "HttpsClient.h"
 #include "ServiceCore.h"
-#include "TempFolder.h"
-#include "TestServer.h"
-#include "WebSocketClient.h"
+#include "WireTest.h"
 
 #include <gtest/gtest.h>
 
@@ -17,85 +14,7 @@ namespace {
 using nlohmann::json;
 using namespace std::chrono_literals;
 
-class ServiceWireTest : public ::testing::Test {
-protected:
-    ServiceWireTest() { startServer(); }
-
-    void startServer() {
-        server = std::make_unique<TestServer>(folder.path(), clock);
-        client = std::make_unique<HttpsClient>(server->port(), server->authority());
-    }
-    void restartServer() {
-        client.reset();
-        server.reset();
-        startServer();
-    }
-
-    struct Computer {
-        std::string id;
-        std::string token;
-        std::string code;
-    };
-    struct Phone {
-        std::string pairingId;
-        std::string token;
-    };
-
-    Computer startComputer() {
-        const auto answer = client->post("/v1/computers/pair/start", "", json{{"name", "Desk"}, {"platform", "linux"}});
-        EXPECT_EQ(answer.status, 200) << answer.body;
-        return {answer.json.value("computerId", ""), answer.json.value("computerToken", ""),
-                answer.json.value("pairCode", "")};
-    }
-    Phone pairPhone(const std::string& code, const std::string& name = "Pixel") {
-        const auto answer = client->post("/v1/phones/pair", "",
-                                         json{{"code", code}, {"name", name}, {"platform", "android"}, {"appVersion", "1.2"}});
-        EXPECT_EQ(answer.status, 200) << answer.body;
-        return {answer.json.value("pairingId", ""), answer.json.value("phoneToken", "")};
-    }
-    std::pair<Computer, Phone> pairedComputer() {
-        Computer computer = startComputer();
-        Phone phone = pairPhone(computer.code);
-        return {computer, phone};
-    }
-    std::string sendText(const Phone& phone, const std::string& text) {
-        const auto answer = client->post("/v1/phones/texts", phone.token, json{{"text", text}});
-        EXPECT_EQ(answer.status, 200) << answer.body;
-        return answer.json.value("id", "");
-    }
-    std::unique_ptr<WebSocketClient> connectComputer(const Computer& computer) {
-        auto socket = std::make_unique<WebSocketClient>(server->port(), server->authority());
-        EXPECT_EQ(socket->connect(computer.token), 101);
-        const auto hello = socket->read();
-        EXPECT_TRUE(hello && (*hello)["type"] == "connected") << (hello ? hello->dump() : "nothing");
-        return socket;
-    }
-    // The state the phone sees for one of its texts.
-    std::string textState(const Phone& phone, const std::string& id) {
-        const auto answer = client->get("/v1/phones/texts", phone.token);
-        for (const json& text : answer.json["texts"]) {
-            if (text["id"] == id) {
-                return text["state"];
-            }
-        }
-        return "missing";
-    }
-    // Polls until the phone sees `state` (the socket's acknowledgement is handled asynchronously).
-    bool eventuallyState(const Phone& phone, const std::string& id, const std::string& state) {
-        for (int i = 0; i < 100; ++i) {
-            if (textState(phone, id) == state) {
-                return true;
-            }
-            std::this_thread::sleep_for(20ms);
-        }
-        return false;
-    }
-
-    TempFolder folder;
-    ManualClock clock{1'800'000'000'000};
-    std::unique_ptr<TestServer> server;
-    std::unique_ptr<HttpsClient> client;
-};
+class ServiceWireTest : public WireTest {};
 
 TEST_F(ServiceWireTest, PairStartAnswersTheRecordTheApplicationDecodes) {
     const auto answer = client->post("/v1/computers/pair/start", "", json{{"name", "Desk"}, {"platform", "linux"}});

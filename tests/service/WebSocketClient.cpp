@@ -84,6 +84,12 @@ std::optional<int> WebSocketClient::waitForClose(std::chrono::milliseconds timeo
     return std::nullopt;
 }
 
+unsigned short WebSocketClient::localPort() {
+    beast::error_code error;
+    const auto endpoint = beast::get_lowest_layer(socket_).socket().local_endpoint(error);
+    return error ? 0 : endpoint.port();
+}
+
 void WebSocketClient::drop() {
     beast::error_code ignored;
     beast::get_lowest_layer(socket_).socket().shutdown(boost::asio::ip::tcp::socket::shutdown_both, ignored);

@@ -31,6 +31,8 @@ public:
     void ack(const std::string& id) { send({{"type", "ack"}, {"id", id}}); }
     // Waits for the server to close the socket; its close code, or nothing on time-out.
     std::optional<int> waitForClose(std::chrono::milliseconds timeout = std::chrono::seconds(5));
+    // The client's own TCP port (0 before connect).
+    unsigned short localPort();
     // Cuts the TCP connection without a closing handshake, as a network failure would.
     void drop();
 
