@@ -46,7 +46,7 @@ public:
 private:
     std::vector<std::string> asUser(const std::map<std::string, std::string>& environment) const;
     void waitForSockets(std::chrono::seconds limit);
-    void stopSway();
+    void stopSway() noexcept;
 
     std::filesystem::path folder;
     std::filesystem::path runtime;

@@ -7,6 +7,7 @@
 
 #include <memory>
 #include <optional>
+#include <span>
 #include <vector>
 
 namespace keyferry {
@@ -142,6 +143,43 @@ TEST(VirtualKeyboardKeymap, KeysNeededTogetherNeverPushEachOtherOut) {
     EXPECT_TRUE(keys.evdevKeyFor(unicode(0x9000)));
     EXPECT_TRUE(keys.evdevKeyFor(unicode(0x4E00)));
     EXPECT_EQ(keys.evdevKeyFor(unicode(0x4E01)), std::nullopt);
+}
+
+TEST(VirtualKeyboardKeymap, ANewKeymapAlsoHoldsTheKeysTheTextGoesOnWith) {
+    VirtualKeyboardKeymap keys;
+    const std::vector<std::uint32_t> rest{unicode(0x0416), XKB_KEY_b, unicode(0x0416), unicode(0x1F600)};
+    EXPECT_TRUE(keys.include({XKB_KEY_a}, rest));
+    EXPECT_EQ(keys.size(), 4u);
+    EXPECT_FALSE(keys.include({unicode(0x0416), XKB_KEY_b}, std::span(rest).subspan(2)));
+    EXPECT_FALSE(keys.include({unicode(0x1F600)}));
+}
+
+TEST(VirtualKeyboardKeymap, KeysAlreadyThereLeaveTheKeymapAsItIsWhateverFollows) {
+    VirtualKeyboardKeymap keys;
+    keys.include({XKB_KEY_a});
+    const std::vector<std::uint32_t> rest{XKB_KEY_b};
+    EXPECT_FALSE(keys.include({XKB_KEY_a}, rest));
+    EXPECT_EQ(keys.size(), 1u);
+}
+
+TEST(VirtualKeyboardKeymap, PreparingForAFullKeymapReplacesOnlyABatchOfOldKeys) {
+    VirtualKeyboardKeymap keys;
+    for (std::uint32_t index = 0; index < VirtualKeyboardKeymap::capacity; ++index) {
+        keys.include({unicode(0x4E00 + index)});
+    }
+    std::vector<std::uint32_t> rest;
+    for (std::uint32_t index = 0; index < 100; ++index) {
+        rest.push_back(unicode(0xAC00 + index));
+    }
+    EXPECT_TRUE(keys.include({unicode(0x9000)}, rest));
+    EXPECT_EQ(keys.size(), VirtualKeyboardKeymap::capacity);
+    std::size_t prepared = 0;
+    for (const auto keysym : rest) {
+        prepared += keys.evdevKeyFor(keysym) ? 1 : 0;
+    }
+    EXPECT_EQ(prepared, VirtualKeyboardKeymap::refillBatch);
+    EXPECT_TRUE(keys.evdevKeyFor(unicode(0x9000)));
+    EXPECT_TRUE(keys.evdevKeyFor(unicode(0x4E00 + VirtualKeyboardKeymap::capacity - 1))); // used most recently
 }
 
 } // namespace

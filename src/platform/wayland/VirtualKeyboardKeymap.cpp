@@ -44,7 +44,8 @@ std::optional<std::uint32_t> keysymTyping(char32_t character) {
     return character < 0x100 ? character : unicodeKeysymBase + character;
 }
 
-bool VirtualKeyboardKeymap::include(const std::vector<std::uint32_t>& keysyms) {
+bool VirtualKeyboardKeymap::include(const std::vector<std::uint32_t>& keysyms,
+                                    std::span<const std::uint32_t> upcoming) {
     bool added = false;
     for (const std::uint32_t keysym : keysyms) {
         auto key = std::find_if(keys.begin(), keys.end(), [keysym](const Key& candidate) {
@@ -58,7 +59,32 @@ bool VirtualKeyboardKeymap::include(const std::vector<std::uint32_t>& keysyms) {
         }
         key->lastUse = ++clock;
     }
+    if (added) {
+        prepare(keysyms, upcoming);
+    }
     return added;
+}
+
+bool VirtualKeyboardKeymap::has(std::uint32_t keysym) const {
+    return std::any_of(keys.begin(), keys.end(), [keysym](const Key& key) { return key.keysym == keysym; });
+}
+
+// Gives the next keysyms of the text keys of their own ahead of time; they count as used long ago, so
+// they are the first to give way again if the text never reaches them.
+void VirtualKeyboardKeymap::prepare(std::vector<std::uint32_t> keepers, std::span<const std::uint32_t> upcoming) {
+    std::size_t evictions = 0;
+    for (const std::uint32_t keysym : upcoming) {
+        if (keepers.size() >= capacity || (keys.size() >= capacity && evictions >= refillBatch)) {
+            return;
+        }
+        if (has(keysym)) {
+            continue;
+        }
+        evictions += keys.size() >= capacity ? 1 : 0;
+        const std::size_t slot = slotFor(keepers);
+        keys[slot] = {keysym, 0};
+        keepers.push_back(keysym);
+    }
 }
 
 // A new key at the end while there is room, otherwise the key used longest ago that `keepers` does not need.

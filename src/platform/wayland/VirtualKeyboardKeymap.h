@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -20,9 +21,14 @@ public:
     static constexpr std::size_t capacity = 200;
     static constexpr std::uint32_t firstKeycode = 9; // X keycode; the evdev code is 8 less
 
+    static constexpr std::size_t refillBatch = 40;
+
     // Makes sure every keysym of `keysyms` has a key (those used here count as just used). True when keys
-    // were added, so the keymap text changed. At most `capacity` distinct keysyms at once.
-    bool include(const std::vector<std::uint32_t>& keysyms);
+    // were added, so the keymap text changed. At most `capacity` distinct keysyms at once. When keys are
+    // added anyway, keysyms of `upcoming` (the rest of the text, in order) also get keys: into free places,
+    // and in place of up to `refillBatch` keys used longest ago, so a text needs few new keymaps, each of
+    // which costs the clients a keymap compilation.
+    bool include(const std::vector<std::uint32_t>& keysyms, std::span<const std::uint32_t> upcoming = {});
 
     // The evdev key code typing `keysym`, which must have been included; marks it as used.
     std::optional<std::uint32_t> evdevKeyFor(std::uint32_t keysym);
@@ -43,6 +49,8 @@ private:
     };
 
     std::size_t slotFor(const std::vector<std::uint32_t>& keepers);
+    bool has(std::uint32_t keysym) const;
+    void prepare(std::vector<std::uint32_t> keepers, std::span<const std::uint32_t> upcoming);
 
     std::vector<Key> keys; // index = keycode - firstKeycode
     std::uint64_t clock = 0;

@@ -30,7 +30,7 @@ VirtualKeyboardPoster::VirtualKeyboardPoster() : VirtualKeyboardPoster(Timing{})
 VirtualKeyboardPoster::VirtualKeyboardPoster(Timing posterTiming)
     : timing(posterTiming),
       keyboard(std::make_unique<WaylandVirtualKeyboard>(
-          WaylandVirtualKeyboard::Timing{timing.keyInterval, timing.keymapSettle})),
+          WaylandVirtualKeyboard::Timing{timing.pacing, timing.keymapSettle})),
       restorer([this](const std::stop_token& stop) { restoreWhenIdle(stop); }) {
     const std::lock_guard lock(mutex);
     keyboard->connect(); // early, so clients have seen the keyboard before the first text
@@ -46,8 +46,24 @@ VirtualKeyboardPoster::~VirtualKeyboardPoster() {
     keyboard.reset();
 }
 
-bool VirtualKeyboardPoster::canType(std::u16string_view text) {
-    return keysymsTyping(text).has_value();
+bool VirtualKeyboardPoster::canType(std::u16string_view units) {
+    auto keysyms = keysymsTyping(units);
+    const std::lock_guard lock(mutex);
+    text = keysyms.value_or(std::vector<std::uint32_t>{});
+    typedUpTo = 0;
+    return keysyms.has_value();
+}
+
+// The rest of the text after this chunk, when the chunk is where the text asked about had come to.
+std::span<const std::uint32_t> VirtualKeyboardPoster::upcomingAfter(const std::vector<std::uint32_t>& chunk) {
+    const std::span<const std::uint32_t> rest = std::span(text).subspan(std::min(typedUpTo, text.size()));
+    if (rest.size() < chunk.size() || !std::equal(chunk.begin(), chunk.end(), rest.begin())) {
+        text.clear();
+        typedUpTo = 0;
+        return {};
+    }
+    typedUpTo += chunk.size();
+    return rest.subspan(chunk.size());
 }
 
 bool VirtualKeyboardPoster::postKeyPair(std::u16string_view units) {
@@ -58,7 +74,7 @@ bool VirtualKeyboardPoster::postKeyPair(std::u16string_view units) {
     bool typed = false;
     {
         const std::lock_guard lock(mutex);
-        typed = keyboard->type(*keysyms);
+        typed = keyboard->type(*keysyms, upcomingAfter(*keysyms));
         lastTyped = std::chrono::steady_clock::now();
     }
     typedSomething.notify_all();

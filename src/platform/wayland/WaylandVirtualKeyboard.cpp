@@ -78,7 +78,7 @@ std::string keymapText(const Keymap& keymap) {
 } // namespace
 
 WaylandVirtualKeyboard::WaylandVirtualKeyboard(Timing keyboardTiming)
-    : timing(keyboardTiming), context(xkb_context_new(XKB_CONTEXT_NO_FLAGS)) {}
+    : timing(keyboardTiming), context(xkb_context_new(XKB_CONTEXT_NO_FLAGS)), pacer(timing.pacing) {}
 
 WaylandVirtualKeyboard::~WaylandVirtualKeyboard() {
     if (healthy()) {
@@ -196,20 +196,20 @@ bool WaylandVirtualKeyboard::uploadKeymap(const std::string& keymapText) {
     return written;
 }
 
-bool WaylandVirtualKeyboard::type(const std::vector<uint32_t>& keysyms) {
+bool WaylandVirtualKeyboard::type(const std::vector<uint32_t>& keysyms, std::span<const uint32_t> upcoming) {
     if (!connect()) {
         return false;
     }
     // A compositor that stopped answering gets a fresh connection next time.
-    const bool typed = typeConnected(keysyms);
+    const bool typed = typeConnected(keysyms, upcoming);
     if (!typed) {
         disconnect();
     }
     return typed;
 }
 
-bool WaylandVirtualKeyboard::typeConnected(const std::vector<uint32_t>& keysyms) {
-    if (keys.include(keysyms) || !ownKeymapUploaded) {
+bool WaylandVirtualKeyboard::typeConnected(const std::vector<uint32_t>& keysyms, std::span<const uint32_t> upcoming) {
+    if (keys.include(keysyms, upcoming) || !ownKeymapUploaded) {
         const std::string own = keymapText(Keymap(xkb_keymap_new_from_string(
             context, keys.text().c_str(), XKB_KEYMAP_FORMAT_TEXT_V1, XKB_KEYMAP_COMPILE_NO_FLAGS)));
         if (!uploadKeymap(own) || !answered(display)) {
@@ -228,8 +228,8 @@ bool WaylandVirtualKeyboard::typeConnected(const std::vector<uint32_t>& keysyms)
 }
 
 bool WaylandVirtualKeyboard::pressAndRelease(uint32_t evdevKey) {
-    std::this_thread::sleep_until(nextKeyAt);
-    nextKeyAt = std::chrono::steady_clock::now() + timing.keyInterval;
+    std::this_thread::sleep_until(pacer.nextKeyAt(std::chrono::steady_clock::now()));
+    pacer.sent(std::chrono::steady_clock::now());
     const uint32_t time = milliseconds();
     zwp_virtual_keyboard_v1_key(keyboard, time, evdevKey, WL_KEYBOARD_KEY_STATE_PRESSED);
     zwp_virtual_keyboard_v1_key(keyboard, time, evdevKey, WL_KEYBOARD_KEY_STATE_RELEASED);

@@ -1,10 +1,12 @@
 #pragma once
 
+#include "KeyPacer.h"
 #include "VirtualKeyboardKeymap.h"
 
 #include <chrono>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -22,8 +24,8 @@ namespace keyferry {
 // One connection to the compositor (WAYLAND_DISPLAY) holding one virtual keyboard on the first seat, for as
 // long as the object lives: a seat whose keyboard comes and goes makes clients lose the first keys.
 // Types characters by giving the virtual keyboard a keymap that has them (see VirtualKeyboardKeymap) and
-// pressing their keys, paced so that no client is flooded: one roundtrip per key and at least `keyInterval`
-// between keys, and after each new keymap a roundtrip plus `keymapSettle`, the time Xwayland was seen to
+// pressing their keys, paced so that no client is flooded: one roundtrip per key, keys as KeyPacer allows,
+// and after each new keymap a roundtrip plus `keymapSettle`, the time Xwayland was seen to
 // need before its clients read keys with the new keymap. Watches the seat's own keyboard for the user's
 // keymap, and gives it back on request.
 //
@@ -32,7 +34,7 @@ namespace keyferry {
 class WaylandVirtualKeyboard {
 public:
     struct Timing {
-        std::chrono::steady_clock::duration keyInterval;
+        KeyPacer::Timing pacing;
         std::chrono::steady_clock::duration keymapSettle;
     };
 
@@ -45,9 +47,10 @@ public:
     // virtual keyboard protocol is reachable.
     bool connect();
 
-    // Types the keysyms in order (each must come from keysymTyping); false when the compositor cannot be
-    // reached or the connection broke (what was typed before stays typed).
-    bool type(const std::vector<std::uint32_t>& keysyms);
+    // Types the keysyms in order (each must come from keysymTyping); `upcoming` are the keysyms the text
+    // goes on with, to prepare keys for (see VirtualKeyboardKeymap::include). False when the compositor cannot
+    // be reached or stopped answering (what was typed before stays typed).
+    bool type(const std::vector<std::uint32_t>& keysyms, std::span<const std::uint32_t> upcoming = {});
 
     // Puts the user's keymap back on the virtual keyboard, so the focused client reads the user's layout
     // again. Does nothing when Keyferry's own keymap is not on it.
@@ -63,7 +66,7 @@ public:
 private:
     void disconnect();
     bool healthy() const;
-    bool typeConnected(const std::vector<std::uint32_t>& keysyms);
+    bool typeConnected(const std::vector<std::uint32_t>& keysyms, std::span<const std::uint32_t> upcoming);
     bool uploadKeymap(const std::string& keymapText);
     bool pressAndRelease(std::uint32_t evdevKey);
     std::string defaultUserKeymap() const;
@@ -82,7 +85,7 @@ private:
     bool ownKeymapUploaded = false;
     std::string userKeymap;
     std::chrono::steady_clock::time_point connectedAt;
-    std::chrono::steady_clock::time_point nextKeyAt;
+    KeyPacer pacer;
 };
 
 } // namespace keyferry
