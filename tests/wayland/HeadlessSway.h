@@ -40,6 +40,9 @@ public:
     // The Xwayland display (":N") sway gives its clients; Xwayland itself starts with the first X client.
     std::string xDisplay();
 
+    // The compositor's socket, as an absolute path that WAYLAND_DISPLAY may hold.
+    std::string waylandSocket() const { return (runtime / waylandDisplay).string(); }
+
     // A file in the session's folder that the session's user may write.
     std::filesystem::path file(const std::string& name) const { return folder / name; }
 

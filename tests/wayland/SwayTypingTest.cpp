@@ -4,6 +4,9 @@
 // must arrive exactly, line ends as typed.
 #include "HeadlessSway.h"
 #include "MixedSampleText.h"
+#include "TextInjector.h"
+#include "VirtualKeyboardPoster.h"
+#include "VirtualKeyboardProbe.h"
 
 #include <gtest/gtest.h>
 
@@ -101,6 +104,22 @@ protected:
     static inline std::string typeTool;
     static inline std::string qtReceiver;
     static inline std::string gtkReceiver;
+    // Starts the keymap watcher; what it reported before "ready".
+    std::unique_ptr<HelperProcess> startKeymapWatcher() {
+        auto watcher = sway->run({sway->install(KEYFERRY_KEYMAP_WATCHER)});
+        for (auto line = watcher->readLine(10s); line && *line != "ready"; line = watcher->readLine(10s)) {
+        }
+        return watcher;
+    }
+
+    static std::vector<std::string> keymapsReported(HelperProcess& watcher, std::chrono::milliseconds quiet) {
+        std::vector<std::string> keymaps;
+        while (auto line = watcher.readLine(quiet)) {
+            keymaps.push_back(*line);
+        }
+        return keymaps;
+    }
+
     std::unique_ptr<HelperProcess> receiver;
     std::filesystem::path output;
 };
@@ -132,6 +151,36 @@ TEST_F(SwayTypingTest, TheChoiceForThisSessionIsTheVirtualKeyboardAndNeverXTest)
     auto tool = sway->run({typeTool}, {{"DISPLAY", sway->xDisplay()}}, "picked");
     EXPECT_EQ(tool->waitForExit(60s), std::optional<int>(0));
     EXPECT_EQ(recorded(output, 6), "picked");
+}
+
+TEST_F(SwayTypingTest, TheUsersKeymapComesBackWhenTypingIsDone) {
+    startReceiver({qtReceiver, "OUTPUT", "0"}, {{"QT_QPA_PLATFORM", "wayland"}});
+    auto watcher = startKeymapWatcher();
+    ASSERT_EQ(type("\u00e9\u0416\U0001F600"), 0);
+    const auto keymaps = keymapsReported(*watcher, 2s);
+    ASSERT_FALSE(keymaps.empty()) << "typing changed no keymap";
+    EXPECT_NE(std::find(keymaps.begin(), keymaps.end(), "keyferry"), keymaps.end()) << "Keyferry's keymap never came";
+    EXPECT_EQ(keymaps.back(), "user");
+    EXPECT_EQ(recorded(output, 8), "\u00e9\u0416\U0001F600");
+}
+
+// As the application types: one keyboard that lives on, and gives the user's keymap back once typing pauses.
+TEST_F(SwayTypingTest, AKeyboardThatLivesOnGivesTheUsersKeymapBackOnceTypingPauses) {
+    startReceiver({qtReceiver, "OUTPUT", "0"}, {{"QT_QPA_PLATFORM", "wayland"}});
+    auto watcher = startKeymapWatcher();
+    setenv("WAYLAND_DISPLAY", sway->waylandSocket().c_str(), 1);
+    VirtualKeyboardPoster::Timing timing;
+    timing.restoreAfter = 300ms;
+    VirtualKeyboardPoster poster(timing);
+    VirtualKeyboardProbe probe;
+    TextInjector injector(poster, probe);
+    ASSERT_TRUE(injector.insert("\u00e9\u0416\U0001F600"));
+    const auto keymaps = keymapsReported(*watcher, 1s);
+    ASSERT_FALSE(keymaps.empty());
+    EXPECT_EQ(keymaps.back(), "user");
+    ASSERT_TRUE(injector.insert(" again"));
+    EXPECT_EQ(recorded(output, 14), "\u00e9\u0416\U0001F600 again");
+    unsetenv("WAYLAND_DISPLAY");
 }
 
 } // namespace
