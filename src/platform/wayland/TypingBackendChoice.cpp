@@ -30,11 +30,12 @@ bool desktopIs(const TypingSession& session, std::string_view name) {
 }
 
 std::string waylandLack(const TypingSession& session) {
+    // GNOME's remote desktop and KDE's fake input are not built yet: say so rather than blame the desktop.
     if (desktopIs(session, "KDE")) {
-        return "KDE has not authorised Keyferry's fake keyboard (its desktop entry is not installed)";
+        return "Keyferry cannot type into KDE Plasma's Wayland windows yet";
     }
     if (desktopIs(session, "GNOME")) {
-        return "This GNOME session offers no remote-desktop keyboard Keyferry can use";
+        return "Keyferry cannot type into GNOME's Wayland windows yet";
     }
     return "This Wayland desktop offers no virtual keyboard, GNOME remote desktop or KDE fake input";
 }
