@@ -242,6 +242,7 @@ void AppDelegate::presentState(CompanionConnectionState state) {
     window.addPhoneButton->setText(creatingCode ? QStringLiteral("Creating code...")
                                                 : QStringLiteral("Generate pairing code"));
     window.accessibilityButton->setVisible(state == CompanionConnectionState::permissionRequired);
+    window.showTypingHelp(state == CompanionConnectionState::permissionRequired);
     window.renderPhones();
 }
 

@@ -1,5 +1,6 @@
 #include "PairingWindowController.h"
 
+#include "ElidedLabel.h"
 #include "EmptyPhonesView.h"
 #include "FlippedView.h"
 #include "PlatformWords.h"
@@ -20,7 +21,7 @@
 namespace keyferry {
 
 PairingWindowController::PairingWindowController()
-    : devicesStack(nullptr), errorLabel(nullptr), addPhoneButton(nullptr), accessibilityButton(nullptr),
+    : devicesStack(nullptr), errorLabel(nullptr), typingHelpLine(nullptr), addPhoneButton(nullptr), accessibilityButton(nullptr),
       startupCheckbox(nullptr), stateLine(nullptr), quitButton(nullptr), windowWidget(std::make_unique<QWidget>()) {
     QWidget& window = *windowWidget;
     window.setWindowTitle(QStringLiteral("Keyferry"));
@@ -31,6 +32,7 @@ PairingWindowController::PairingWindowController()
     WindowPlacement::centreOnScreen(window);
 
     errorLabel = new QLabel(QString(), &window);
+    typingHelpLine = new ElidedLabel(QString(), &window);
     addPhoneButton = new QPushButton(QStringLiteral("Generate pairing code"), &window);
     accessibilityButton = new QPushButton(QStringLiteral("Enable Accessibility"), &window);
     startupCheckbox = new QCheckBox(QStringLiteral("Open Keyferry at login"), &window);
@@ -85,6 +87,12 @@ void PairingWindowController::configureControls() {
     errorLabel->setMaximumHeight(errorLabel->fontMetrics().lineSpacing() * 2 + 2);
     errorLabel->hide();
 
+    typingHelpLine->setFont(SystemFonts::system(11));
+    SystemColors::setTextColor(*typingHelpLine, SystemColors::secondaryLabel());
+    typingHelpLine->setAlignment(Qt::AlignCenter);
+    typingHelpLine->setTextFormat(Qt::PlainText);
+    typingHelpLine->hide();
+
     accessibilityButton->hide();
     connect(accessibilityButton, &QPushButton::clicked, this, &PairingWindowController::requestAccessibility);
 
@@ -117,11 +125,21 @@ QVBoxLayout* PairingWindowController::bottomColumn() const {
     auto* column = new QVBoxLayout;
     column->setSpacing(10);
     column->addWidget(errorLabel);
+    column->addWidget(typingHelpLine);
     column->addWidget(accessibilityButton);
     column->addWidget(addPhoneButton);
     column->addWidget(startupCheckbox, 0, Qt::AlignHCenter);
     column->addLayout(traylessRow);
     return column;
+}
+
+void PairingWindowController::setTypingHelp(const QString& line) {
+    typingHelpLine->setText(line);
+    typingHelpLine->setToolTip(line); // the whole line, where the window is too narrow for it
+}
+
+void PairingWindowController::showTypingHelp(bool visible) {
+    typingHelpLine->setVisible(visible && !typingHelpLine->text().isEmpty());
 }
 
 void PairingWindowController::setTraylessControlsVisible(bool visible) {

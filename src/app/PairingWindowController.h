@@ -47,6 +47,8 @@ public:
 
     QVBoxLayout* devicesStack;
     QLabel* errorLabel;
+    // While typing is not possible: one line saying what this desktop lacks and where to read more.
+    QLabel* typingHelpLine;
     QPushButton* addPhoneButton;
     QPushButton* accessibilityButton;
     QCheckBox* startupCheckbox;
@@ -68,6 +70,10 @@ public:
 
     // Asks "Remove <name>?" in a modal warning; only "Remove" calls onRemovePhone.
     void confirmRemoval(PairedPhone phone);
+
+    // The line shown under the state while typing is not possible (empty: none), and whether to show it.
+    void setTypingHelp(const QString& line);
+    void showTypingHelp(bool visible);
 
     // Shows or hides the state line and "Quit Keyferry" (for a desktop without a tray).
     void setTraylessControlsVisible(bool visible);

@@ -1,8 +1,6 @@
 #include "PlatformPorts.h"
 
 #include "SecretServiceBackend.h"
-#include "X11AccessibilityProbe.h"
-#include "XTestKeyboardPoster.h"
 
 #include <condition_variable>
 #include <mutex>
@@ -11,7 +9,7 @@ namespace keyferry {
 
 PlatformPorts::PlatformPorts(const QtTrust& trust)
     : queue("com.quillix.companion.connection"), http(queue, trust), webSockets(queue, trust),
-      secrets(makeSecretBackend()), keyboard(makeKeyboardPoster()), accessibilityProbe(makeAccessibilityProbe()) {}
+      secrets(makeSecretBackend()), typing(TypingPorts::make()) {}
 
 PlatformPorts::~PlatformPorts() {
     stopQueue();
@@ -22,19 +20,11 @@ void PlatformPorts::stopQueue() {
 }
 
 CompanionServicePorts PlatformPorts::ports() {
-    return {queue, mainThread, clock, http, webSockets, defaults, *secrets, *keyboard, *accessibilityProbe};
+    return {queue, mainThread, clock, http, webSockets, defaults, *secrets, *typing.poster, *typing.probe};
 }
 
 std::unique_ptr<SecretBackend> PlatformPorts::makeSecretBackend() {
     return std::make_unique<SecretServiceBackend>();
-}
-
-std::unique_ptr<KeyboardPoster> PlatformPorts::makeKeyboardPoster() {
-    return std::make_unique<XTestKeyboardPoster>();
-}
-
-std::unique_ptr<AccessibilityProbe> PlatformPorts::makeAccessibilityProbe() {
-    return std::make_unique<X11AccessibilityProbe>();
 }
 
 void PlatformPorts::finishQueuedWork(std::chrono::milliseconds limit) {

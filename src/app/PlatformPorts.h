@@ -8,6 +8,7 @@
 #include "QtTrust.h"
 #include "QtWebSocketFactory.h"
 #include "SystemClock.h"
+#include "TypingPorts.h"
 
 #include <chrono>
 #include <memory>
@@ -24,7 +25,9 @@ public:
     ~PlatformPorts();
 
     CompanionServicePorts ports();
-    AccessibilityProbe& accessibility() { return *accessibilityProbe; }
+    AccessibilityProbe& accessibility() { return *typing.probe; }
+    // One line saying what this desktop lacks for typing, and where to read more; empty when it can type.
+    const std::string& typingMissing() const { return typing.choice.missing; }
 
     // Gives work already queued (such as the closing of the socket at quit) up to `limit` to run before the
     // queue is torn down.
@@ -36,8 +39,6 @@ public:
 
 private:
     static std::unique_ptr<SecretBackend> makeSecretBackend();
-    static std::unique_ptr<KeyboardPoster> makeKeyboardPoster();
-    static std::unique_ptr<AccessibilityProbe> makeAccessibilityProbe();
 
     QtSerialQueue queue;
     QtMainThread mainThread;
@@ -46,8 +47,7 @@ private:
     QtWebSocketFactory webSockets;
     QtSettingsDefaults defaults;
     std::unique_ptr<SecretBackend> secrets;
-    std::unique_ptr<KeyboardPoster> keyboard;
-    std::unique_ptr<AccessibilityProbe> accessibilityProbe;
+    TypingPorts typing;
 };
 
 } // namespace keyferry

@@ -60,6 +60,7 @@ void runShell(keyferry::SingleInstance& instance) {
     const bool trayAvailable = waitForSystemTray(background ? std::chrono::seconds(5) : std::chrono::seconds(0));
     {
         keyferry::AppDelegate delegate(service, platform.accessibility(), scheduler, arguments, trayAvailable);
+        delegate.pairingWindow.setTypingHelp(QString::fromStdString(platform.typingMissing()));
         instance.onReopen = [&delegate] { delegate.applicationShouldHandleReopen(anyWindowVisible()); };
         QObject::connect(qApp, &QCoreApplication::aboutToQuit, &delegate,
                          &keyferry::AppDelegate::applicationWillTerminate);

@@ -18,6 +18,14 @@ public:
     // pair never split except at the end of the text). False when the events could not be made or posted;
     // what was posted before stays typed.
     virtual bool postKeyPair(std::u16string_view units) = 0;
+
+    // Whether every character of `text` (a whole text, line ends already made line feeds) can be typed.
+    // Asked once per text before its first key, so a text holding a character this keyboard cannot type
+    // is refused whole rather than typed in part. A keyboard that types anything keeps this answer.
+    virtual bool canType(std::u16string_view text) {
+        static_cast<void>(text);
+        return true;
+    }
 };
 
 } // namespace keyferry

@@ -50,6 +50,10 @@ bool TextInjector::insertUnits(std::u16string units) {
         return false;
     }
     normaliseLineEnds(units);
+    // A text with a character this keyboard cannot type is refused whole: typed in part, it would be lost.
+    if (!poster.canType(units)) {
+        return false;
+    }
     return postUnicode(units);
 }
 

@@ -15,7 +15,8 @@ public:
     TextInjector(KeyboardPoster& poster, AccessibilityProbe& accessibility);
 
     // True when all of the (UTF-8) text was posted, or there was nothing to type; false without the
-    // permission or when an event could not be posted (earlier chunks stay typed). Bytes that are not
+    // permission, when the keyboard cannot type some character of it (then nothing is posted), or when an
+    // event could not be posted (earlier chunks stay typed). Bytes that are not
     // valid UTF-8 are typed as U+FFFD, one per maximal ill-formed sequence, rather than dropped.
     bool insert(std::string_view text);
 

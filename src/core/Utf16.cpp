@@ -100,21 +100,30 @@ std::u16string utf16FromUtf8(std::string_view utf8) {
     return out;
 }
 
-std::string utf8FromUtf16(std::u16string_view utf16) {
-    std::string out;
-    out.reserve(utf16.size() * 3);
+std::u32string codePointsFromUtf16(std::u16string_view utf16) {
+    std::u32string characters;
+    characters.reserve(utf16.size());
     for (std::size_t index = 0; index < utf16.size(); ++index) {
         const char16_t unit = utf16[index];
         if (isHighSurrogate(unit) && index + 1 < utf16.size() && isLowSurrogate(utf16[index + 1])) {
             const char32_t high = unit - 0xD800u;
             const char32_t low = utf16[index + 1] - 0xDC00u;
-            appendUtf8(out, 0x10000 + ((high << 10) | low));
+            characters.push_back(0x10000 + ((high << 10) | low));
             ++index;
         } else if (isHighSurrogate(unit) || isLowSurrogate(unit)) {
-            appendUtf8(out, replacementCharacter);
+            characters.push_back(replacementCharacter);
         } else {
-            appendUtf8(out, unit);
+            characters.push_back(unit);
         }
+    }
+    return characters;
+}
+
+std::string utf8FromUtf16(std::u16string_view utf16) {
+    std::string out;
+    out.reserve(utf16.size() * 3);
+    for (const char32_t character : codePointsFromUtf16(utf16)) {
+        appendUtf8(out, character);
     }
     return out;
 }

@@ -17,6 +17,9 @@ std::u16string utf16FromUtf8(std::string_view utf8);
 // UTF-16 to UTF-8: an unpaired surrogate becomes U+FFFD.
 std::string utf8FromUtf16(std::u16string_view utf16);
 
+// UTF-16 to code points: an unpaired surrogate becomes U+FFFD.
+std::u32string codePointsFromUtf16(std::u16string_view utf16);
+
 // True when the bytes are well-formed UTF-8.
 bool isValidUtf8(std::string_view bytes);
 

@@ -163,5 +163,24 @@ TEST_F(TextInjectorTest, ManyEmojiNeverSplitAPairAcrossEvents) {
     EXPECT_EQ(keyboard.typedText(), text);
 }
 
+TEST_F(TextInjectorTest, TextWithACharacterThePosterCannotTypeIsRefusedBeforeAnyPost) {
+    keyboard.untypable = u"\u0007";
+    std::string text(45, 'a');
+    text += '\a';
+    EXPECT_FALSE(injector.insert(text));
+    EXPECT_EQ(keyboard.attempts(), 0u);
+}
+
+TEST_F(TextInjectorTest, ThePosterIsAskedAboutTheWholeTextAsItWillBeTyped) {
+    EXPECT_TRUE(injector.insert(std::string(30, 'x') + "\r\n" + grinning));
+    EXPECT_EQ(keyboard.askedToType(), (std::vector<std::u16string>{std::u16string(30, u'x') + u"\n\U0001F600"}));
+}
+
+TEST_F(TextInjectorTest, EmptyTextNeverAsksThePoster) {
+    keyboard.untypable = u"a";
+    EXPECT_TRUE(injector.insert(""));
+    EXPECT_TRUE(keyboard.askedToType().empty());
+}
+
 } // namespace
 } // namespace keyferry

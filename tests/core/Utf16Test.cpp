@@ -29,6 +29,12 @@ TEST(Utf8FromUtf16, ConvertsPairsAndReplacesLoneSurrogates) {
     EXPECT_EQ(utf8FromUtf16(lone), "a\xEF\xBF\xBD" "b\xEF\xBF\xBD");
 }
 
+TEST(CodePointsFromUtf16, JoinsPairsAndReplacesLoneSurrogates) {
+    EXPECT_EQ(codePointsFromUtf16(u"aé\U0001F600\u2028"), U"aé\U0001F600\u2028");
+    const std::u16string lone{static_cast<char16_t>(0xDE00), u'b', static_cast<char16_t>(0xD83D)};
+    EXPECT_EQ(codePointsFromUtf16(lone), U"\uFFFDb\uFFFD");
+}
+
 TEST(IsValidUtf8, AcceptsWellFormedTextOnly) {
     EXPECT_TRUE(isValidUtf8(""));
     EXPECT_TRUE(isValidUtf8("plain ascii"));

@@ -13,6 +13,11 @@ bool RecordingKeyboardPoster::postKeyPair(std::u16string_view units) {
     return true;
 }
 
+bool RecordingKeyboardPoster::canType(std::u16string_view text) {
+    asked.emplace_back(text);
+    return text.find_first_of(untypable) == std::u16string_view::npos;
+}
+
 void RecordingKeyboardPoster::failAtPost(std::size_t n) { failingAttempt = n == 0 ? 0 : attemptCount + n; }
 
 std::vector<std::size_t> RecordingKeyboardPoster::chunkSizes() const {

@@ -11,13 +11,18 @@ namespace keyferry::fakes {
 // A keyboard that records each key pair it is asked to post, as the UTF-16 units it carries.
 // Failures: failAtPost(n) makes the n-th post counted from the moment of the call fail (1 is the very next
 // post); only that one post fails, later ones succeed again. `failEveryPost` makes every post fail.
-// A failed post is counted in attempts() but typed nothing. Single-threaded.
+// A failed post is counted in attempts() but typed nothing. canType answers false for a text holding any unit
+// of `untypable`, and remembers every text it was asked about. Single-threaded.
 class RecordingKeyboardPoster : public KeyboardPoster {
 public:
     bool postKeyPair(std::u16string_view units) override;
+    bool canType(std::u16string_view text) override;
 
     void failAtPost(std::size_t n);
     bool failEveryPost = false;
+    std::u16string untypable;
+
+    const std::vector<std::u16string>& askedToType() const { return asked; }
 
     // Chunks posted successfully, in order.
     const std::vector<std::u16string>& chunks() const { return posted; }
@@ -31,6 +36,7 @@ public:
 
 private:
     std::vector<std::u16string> posted;
+    std::vector<std::u16string> asked;
     std::size_t attemptCount = 0;
     std::size_t failingAttempt = 0; // 0: none
 };

@@ -190,6 +190,33 @@ TEST_F(AppDelegateTest, ExplicitlyOpenedWindowStaysAfterThePermissionFlow) {
     EXPECT_FALSE(shell.delegate->pairingWindow.accessibilityButton->isVisible());
 }
 
+TEST_F(AppDelegateTest, WithoutTypingTheWindowSaysInOneLineWhatTheDesktopLacksUntilTypingWorks) {
+    shell.markPaired();
+    shell.accessibility.trusted = false;
+    AppDelegate& delegate = shell.launch();
+    const QString lack = QStringLiteral("This Wayland desktop offers no virtual keyboard (see the README)");
+    delegate.pairingWindow.setTypingHelp(lack);
+    shell.settle();
+    QLabel* line = delegate.pairingWindow.typingHelpLine;
+    EXPECT_TRUE(line->isVisible());
+    EXPECT_EQ(line->text(), lack);
+    EXPECT_FALSE(line->wordWrap());
+    shell.answerPhones({});
+    shell.accessibility.trusted = true;
+    shell.advance(1.5);
+    shell.confirmConnection();
+    EXPECT_FALSE(line->isVisible());
+}
+
+TEST_F(AppDelegateTest, ADesktopThatLacksNothingShowsNoTypingLine) {
+    shell.markPaired();
+    shell.accessibility.trusted = false;
+    AppDelegate& delegate = shell.launch();
+    shell.settle();
+    EXPECT_TRUE(delegate.pairingWindow.accessibilityButton->isVisible());
+    EXPECT_FALSE(delegate.pairingWindow.typingHelpLine->isVisible());
+}
+
 TEST_F(AppDelegateTest, PermissionRequiredWithTheWindowOpenedPresentsItAndStartsMonitoring) {
     AppDelegate& delegate = shell.launch();
     shell.settle();
