@@ -2,6 +2,7 @@
 // client records must be exactly the bytes sent, line ends as typed.
 #include "HelperProcess.h"
 #include "MixedSampleText.h"
+#include "ReceivedText.h"
 #include "TextInjector.h"
 #include "X11AccessibilityProbe.h"
 #include "XTestKeyboardPoster.h"
@@ -18,9 +19,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <memory>
-#include <sstream>
 #include <thread>
 #include <unistd.h>
 
@@ -30,13 +29,6 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr std::size_t sampleCharacters = 10000;
-
-std::string fileContents(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream contents;
-    contents << file.rdbuf();
-    return contents.str();
-}
 
 class XTestTypingTest : public ::testing::Test {
 protected:
@@ -59,24 +51,7 @@ protected:
         ASSERT_EQ(receiver->readLine(20s), std::optional<std::string>("ready")) << program << " did not take the focus";
     }
 
-    // What the receiver recorded once it has at least `bytes`, or once it stopped growing for a few seconds.
-    std::string received(std::size_t bytes) const {
-        std::size_t lastSize = 0;
-        auto lastGrowth = std::chrono::steady_clock::now();
-        while (std::chrono::steady_clock::now() - lastGrowth < 5s) {
-            const std::size_t size = std::filesystem::exists(output) ? std::filesystem::file_size(output) : 0;
-            if (size >= bytes) {
-                break;
-            }
-            if (size != lastSize) {
-                lastSize = size;
-                lastGrowth = std::chrono::steady_clock::now();
-            }
-            std::this_thread::sleep_for(20ms);
-        }
-        std::this_thread::sleep_for(100ms); // anything beyond the expected text would show up as a difference
-        return fileContents(output);
-    }
+    std::string received(std::size_t bytes) const { return receivedText(output, bytes); }
 
     void expectTypedExactly(const std::string& text, XTestKeyboardPoster& poster) {
         X11AccessibilityProbe probe;

@@ -208,6 +208,59 @@ bool X11KeyboardSession::keymapChangedElsewhere() {
     return changed;
 }
 
+// The server also reports a new keyboard when the XTest device sends its first key after another keyboard:
+// the core keyboard takes over that device's keymap, which holds the same symbols, ours included. Treating
+// that as a new layout gave the borrowed keycodes back while the keys typed with them were still on their
+// way, and a window that had not read its keymap yet read them without their characters. Only a change of the
+// symbols themselves counts: then the keycodes still carrying ours get their own symbols back (the others
+// belong to the new layout now) and the keymap is read again.
+bool X11KeyboardSession::followKeymapChange() {
+    const auto current = X11Keymap::load(display);
+    if (!current) {
+        return false;
+    }
+    if (matchesOurKeymap(*current)) {
+        return true;
+    }
+    giveBackBindingsStillInPlace(*current);
+    matchTestDeviceKeymap();
+    return loadKeymap();
+}
+
+bool X11KeyboardSession::carriesOurSymbols(const X11Keymap& current, unsigned keycode) const {
+    const auto expected = pool->isSpare(keycode) ? intendedSymbols(keycode) : keymap->originalSymbols(keycode);
+    return current.originalSymbols(keycode) == expected;
+}
+
+bool X11KeyboardSession::matchesOurKeymap(const X11Keymap& current) const {
+    if (current.firstKeycode() != keymap->firstKeycode() || current.lastKeycode() != keymap->lastKeycode() ||
+        current.symbolsPerKeycode() != keymap->symbolsPerKeycode() ||
+        current.heldModifierKeycodes() != keymap->heldModifierKeycodes()) {
+        return false;
+    }
+    for (int keycode = current.firstKeycode(); keycode <= current.lastKeycode(); ++keycode) {
+        if (!carriesOurSymbols(current, static_cast<unsigned>(keycode))) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void X11KeyboardSession::giveBackBindingsStillInPlace(const X11Keymap& current) {
+    std::vector<unsigned> stillOurs;
+    const bool sameRange = current.firstKeycode() == keymap->firstKeycode() &&
+                           current.lastKeycode() == keymap->lastKeycode() &&
+                           current.symbolsPerKeycode() == keymap->symbolsPerKeycode();
+    for (const unsigned keycode : pool->boundKeycodes()) {
+        if (sameRange && carriesOurSymbols(current, keycode)) {
+            stillOurs.push_back(keycode);
+        }
+    }
+    pool->forgetBindings();
+    writeSpareKeycodes(stillOurs);
+    discardOwnNotifications();
+}
+
 // The server reports our own keymap changes back to us; they are known already.
 void X11KeyboardSession::discardOwnNotifications() {
     XSync(display, False);
@@ -222,12 +275,8 @@ bool X11KeyboardSession::type(std::u32string_view text) {
         return false;
     }
     const int errorsBefore = protocolErrors.load();
-    if (keymapChangedElsewhere()) {
-        restoreSpareKeycodes();
-        matchTestDeviceKeymap();
-        if (!loadKeymap()) {
-            return false;
-        }
+    if (keymapChangedElsewhere() && !followKeymapChange()) {
+        return false;
     }
     const ModifierState modifiers = clearModifiers();
     std::size_t position = 0;

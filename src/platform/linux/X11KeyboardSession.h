@@ -58,6 +58,10 @@ private:
     void matchTestDeviceKeymap();
     bool loadKeymap();
     bool keymapChangedElsewhere();
+    bool followKeymapChange();
+    bool carriesOurSymbols(const X11Keymap& current, unsigned keycode) const;
+    bool matchesOurKeymap(const X11Keymap& current) const;
+    void giveBackBindingsStillInPlace(const X11Keymap& current);
     void discardOwnNotifications();
 
     ModifierState clearModifiers();
