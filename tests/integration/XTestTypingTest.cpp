@@ -19,6 +19,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <iostream>
 #include <memory>
 #include <thread>
 #include <unistd.h>
@@ -269,6 +270,29 @@ TEST(XTestKeyboardPosterTest, ReportsFailureWhenTheXServerGoesAway) {
     server.reset();
     EXPECT_FALSE(poster.postKeyPair(u"def \u00e8\u6587"));
     EXPECT_FALSE(poster.postKeyPair(u"ghi"));
+}
+
+// Asked before every text: it answers from the connection it keeps, and notices when the server goes away.
+TEST(X11AccessibilityProbeTest, KeepsOneConnectionAndFollowsTheServer) {
+    auto server = std::make_unique<XvfbDisplay>();
+    setenv("DISPLAY", server->name().c_str(), 1);
+    X11AccessibilityProbe probe;
+    ASSERT_TRUE(probe.isTrusted(false));
+    // A probe that connected for every question would now find no server.
+    setenv("DISPLAY", ":64999", 1);
+    constexpr int questions = 1000;
+    const auto started = std::chrono::steady_clock::now();
+    for (int question = 0; question < questions; ++question) {
+        ASSERT_TRUE(probe.isTrusted(false)) << "question " << question;
+    }
+    const std::chrono::duration<double, std::micro> each = (std::chrono::steady_clock::now() - started) / questions;
+    std::cout << "typing availability answered in " << each.count() << " us\n";
+    setenv("DISPLAY", server->name().c_str(), 1);
+    server.reset();
+    EXPECT_FALSE(probe.isTrusted(false));
+    auto restarted = std::make_unique<XvfbDisplay>();
+    setenv("DISPLAY", restarted->name().c_str(), 1);
+    EXPECT_TRUE(probe.isTrusted(false));
 }
 
 TEST(X11AccessibilityProbeTest, WaylandSessionWithoutXIsNotTrusted) {

@@ -1,5 +1,7 @@
 #include "X11KeyboardSession.h"
 
+#include "XlibErrors.h"
+
 #include <X11/XKBlib.h>
 #include <X11/extensions/XInput2.h>
 #include <X11/extensions/XTest.h>
@@ -8,7 +10,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
-#include <mutex>
 #include <thread>
 
 namespace keyferry {
@@ -16,33 +17,6 @@ namespace keyferry {
 namespace {
 
 constexpr unsigned long unicodeKeysymBase = 0x01000000;
-
-// Xlib reports protocol errors through one process-wide handler; the default one ends the process. Errors
-// are only counted here and turned into a failed call.
-std::atomic<int> protocolErrors{0};
-
-int countProtocolError(Display*, XErrorEvent*) {
-    protocolErrors.fetch_add(1);
-    return 0;
-}
-
-// A broken connection is reported to the process-wide handler first (the default one prints and exits), then
-// to the connection's own exit handler below; both return, so the loss only fails the calls.
-int ignoreConnectionLoss(Display*) { return 0; }
-
-void initialiseXlib() {
-    static std::once_flag once;
-    std::call_once(once, [] {
-        XInitThreads();
-        XSetErrorHandler(countProtocolError);
-        XSetIOErrorHandler(ignoreConnectionLoss);
-    });
-}
-
-std::atomic<bool>* lostFlag(void* data) { return static_cast<std::atomic<bool>*>(data); }
-
-// Called by Xlib instead of exiting the process when the server connection breaks.
-void markConnectionLost(Display*, void* data) { lostFlag(data)->store(true); }
 
 unsigned long keysymFor(char32_t character) {
     if (character == U'\n') {
@@ -110,13 +84,13 @@ bool X11KeyboardSession::connect() {
         return true;
     }
     disconnect();
-    initialiseXlib();
+    installXlibErrorHandlers();
     display = XOpenDisplay(nullptr);
     if (display == nullptr) {
         return false;
     }
     connectionLost.store(false);
-    XSetIOErrorExitHandler(display, markConnectionLost, &connectionLost);
+    reportConnectionLoss(display, connectionLost);
     int eventBase = 0;
     int errorBase = 0;
     int major = 0;
@@ -274,7 +248,7 @@ bool X11KeyboardSession::type(std::u32string_view text) {
     if (!connect()) {
         return false;
     }
-    const int errorsBefore = protocolErrors.load();
+    const int errorsBefore = xlibProtocolErrors();
     if (keymapChangedElsewhere() && !followKeymapChange()) {
         return false;
     }
@@ -286,7 +260,7 @@ bool X11KeyboardSession::type(std::u32string_view text) {
     }
     restoreModifiers(modifiers);
     XSync(display, False);
-    return typed && !connectionLost.load() && protocolErrors.load() == errorsBefore;
+    return typed && !connectionLost.load() && xlibProtocolErrors() == errorsBefore;
 }
 
 bool X11KeyboardSession::typePrefix(std::u32string_view text, std::size_t& position, int group) {
