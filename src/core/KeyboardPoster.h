@@ -18,6 +18,10 @@ public:
     // pair never split except at the end of the text). False when the events could not be made or posted;
     // what was posted before stays typed.
     virtual bool postKeyPair(std::u16string_view units) = 0;
+
+    // Announces the whole text whose chunks follow (as they will be posted), so that a poster which must
+    // prepare keys for characters can do it once for all of them; posting works the same without it.
+    virtual void prepare(std::u16string_view /*text*/) {}
 };
 
 } // namespace keyferry

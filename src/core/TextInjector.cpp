@@ -50,6 +50,7 @@ bool TextInjector::insertUnits(std::u16string units) {
         return false;
     }
     normaliseLineEnds(units);
+    poster.prepare(units);
     return postUnicode(units);
 }
 

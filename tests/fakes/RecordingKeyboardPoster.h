@@ -15,6 +15,14 @@ namespace keyferry::fakes {
 class RecordingKeyboardPoster : public KeyboardPoster {
 public:
     bool postKeyPair(std::u16string_view units) override;
+    void prepare(std::u16string_view text) override;
+
+    // Every text announced before its chunks, in order, with the number of chunks posted before each.
+    struct Announcement {
+        std::u16string text;
+        std::size_t chunksBefore = 0;
+    };
+    const std::vector<Announcement>& announcements() const { return announced; }
 
     void failAtPost(std::size_t n);
     bool failEveryPost = false;
@@ -31,6 +39,7 @@ public:
 
 private:
     std::vector<std::u16string> posted;
+    std::vector<Announcement> announced;
     std::size_t attemptCount = 0;
     std::size_t failingAttempt = 0; // 0: none
 };

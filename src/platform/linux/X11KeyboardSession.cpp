@@ -201,14 +201,19 @@ bool X11KeyboardSession::followKeymapChange() {
     return loadKeymap();
 }
 
+// Compared on the symbols of the first group's two levels, which is what a layout change changes: the server
+// lists the further columns as it derives them from its own keymap, not always as they were written.
 bool X11KeyboardSession::carriesOurSymbols(const X11Keymap& current, unsigned keycode) const {
-    const auto expected = pool->isSpare(keycode) ? intendedSymbols(keycode) : keymap->originalSymbols(keycode);
-    return current.originalSymbols(keycode) == expected;
+    auto expected = pool->isSpare(keycode) ? intendedSymbols(keycode) : keymap->originalSymbols(keycode);
+    auto actual = current.originalSymbols(keycode);
+    constexpr std::size_t compared = 2;
+    expected.resize(compared, NoSymbol);
+    actual.resize(compared, NoSymbol);
+    return actual == expected;
 }
 
 bool X11KeyboardSession::matchesOurKeymap(const X11Keymap& current) const {
     if (current.firstKeycode() != keymap->firstKeycode() || current.lastKeycode() != keymap->lastKeycode() ||
-        current.symbolsPerKeycode() != keymap->symbolsPerKeycode() ||
         current.heldModifierKeycodes() != keymap->heldModifierKeycodes()) {
         return false;
     }
@@ -222,9 +227,8 @@ bool X11KeyboardSession::matchesOurKeymap(const X11Keymap& current) const {
 
 void X11KeyboardSession::giveBackBindingsStillInPlace(const X11Keymap& current) {
     std::vector<unsigned> stillOurs;
-    const bool sameRange = current.firstKeycode() == keymap->firstKeycode() &&
-                           current.lastKeycode() == keymap->lastKeycode() &&
-                           current.symbolsPerKeycode() == keymap->symbolsPerKeycode();
+    const bool sameRange =
+        current.firstKeycode() == keymap->firstKeycode() && current.lastKeycode() == keymap->lastKeycode();
     for (const unsigned keycode : pool->boundKeycodes()) {
         if (sameRange && carriesOurSymbols(current, keycode)) {
             stillOurs.push_back(keycode);
@@ -274,22 +278,46 @@ bool X11KeyboardSession::typePrefix(std::u32string_view text, std::size_t& posit
     return position > before;
 }
 
+void X11KeyboardSession::prepare(std::u32string_view text) {
+    if (!connect() || (keymapChangedElsewhere() && !followKeymapChange())) {
+        return;
+    }
+    std::vector<unsigned long> needed;
+    std::unordered_set<unsigned long> bound;
+    collectNeeded(text, currentGroup(), needed, bound);
+    if (!needed.empty()) {
+        applyBindings(pool->bind(needed, bound, std::chrono::steady_clock::now()));
+    }
+}
+
+int X11KeyboardSession::currentGroup() {
+    XkbStateRec current{};
+    return XkbGetState(display, XkbUseCoreKbd, &current) == Success ? current.group : 0;
+}
+
+// The keysyms of `text` the layout lacks: those already bound, and the others in order of first appearance.
+void X11KeyboardSession::collectNeeded(std::u32string_view text, int group, std::vector<unsigned long>& needed,
+                                       std::unordered_set<unsigned long>& bound) {
+    std::unordered_set<unsigned long> seen;
+    for (const char32_t character : text) {
+        const unsigned long keysym = keysymFor(character);
+        if (!seen.insert(keysym).second || keymap->strokeFor(keysym, group)) {
+            continue;
+        }
+        if (pool->placeOf(keysym)) {
+            bound.insert(keysym);
+        } else {
+            needed.push_back(keysym);
+        }
+    }
+}
+
 // Binds the characters of `remaining` that have no key yet, as many as idle spare keycodes allow, waiting
 // for one to become idle when none is.
 bool X11KeyboardSession::bindFor(std::u32string_view remaining, int group) {
     std::vector<unsigned long> needed;
     std::unordered_set<unsigned long> bound;
-    for (const char32_t character : remaining) {
-        const unsigned long keysym = keysymFor(character);
-        if (keymap->strokeFor(keysym, group)) {
-            continue;
-        }
-        if (pool->placeOf(keysym)) {
-            bound.insert(keysym);
-        } else if (std::find(needed.begin(), needed.end(), keysym) == needed.end()) {
-            needed.push_back(keysym);
-        }
-    }
+    collectNeeded(remaining, group, needed, bound);
     if (needed.empty()) {
         return true;
     }
@@ -307,8 +335,12 @@ bool X11KeyboardSession::bindFor(std::u32string_view remaining, int group) {
         std::this_thread::sleep_until(*free);
         keycodes = pool->bind(needed, bound, std::chrono::steady_clock::now());
     }
+    return !keycodes.empty() && applyBindings(std::move(keycodes));
+}
+
+bool X11KeyboardSession::applyBindings(std::vector<unsigned> keycodes) {
     if (keycodes.empty()) {
-        return false;
+        return true;
     }
     if (!writeSpareKeycodes(std::move(keycodes))) {
         return false;
