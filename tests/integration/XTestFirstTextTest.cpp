@@ -2,6 +2,7 @@
 // person opens an application and sends a text at once. Every case has its own fresh Xvfb and receiver, and
 // every one of them must get the text exactly.
 #include "HelperProcess.h"
+#include "MixedSampleText.h"
 #include "ReceivedText.h"
 #include "TextInjector.h"
 #include "X11AccessibilityProbe.h"
@@ -74,6 +75,27 @@ TEST(XTestFirstTextTest, XlibClientThatJustOpenedReceivesTheFirstTextExactly) {
 
 TEST(XTestFirstTextTest, XlibClientReceivesTextSentTheMomentItHasTheFocus) {
     expectEveryCaseExact({KEYFERRY_XLIB_RECEIVER, "0", "fresh"}, 0ms);
+}
+
+// A slow window that has just opened works through its first keys long after they were sent; the keymap
+// changes made meanwhile, to type more characters than the spare keycodes hold, must not pass it by.
+TEST(XTestFirstTextTest, SlowXlibClientThatJustOpenedReceivesMoreCharactersThanSpareKeycodesExactly) {
+    XvfbDisplay display;
+    setenv("DISPLAY", display.name().c_str(), 1);
+    const auto output = std::filesystem::temp_directory_path() / ("keyferry-slow-first-" + std::to_string(getpid()) + ".txt");
+    HelperProcess receiver({KEYFERRY_XLIB_RECEIVER, output.string(), "5", "fresh"}, {{"LC_ALL", "C.UTF-8"}});
+    ASSERT_EQ(receiver.readLine(20s), std::optional<std::string>("ready"));
+    const std::string text = manyScriptSampleText(3000);
+    XTestKeyboardPoster poster;
+    X11AccessibilityProbe probe;
+    TextInjector injector(poster, probe);
+    ASSERT_TRUE(injector.insert(text));
+    const std::string expected = withTypedLineEnds(text);
+    const std::string got = receivedText(output, expected.size());
+    std::filesystem::remove(output);
+    EXPECT_EQ(got.size(), expected.size());
+    EXPECT_TRUE(got == expected) << "first difference at byte "
+                                 << std::mismatch(got.begin(), got.end(), expected.begin()).first - got.begin();
 }
 
 TEST(XTestFirstTextTest, QtWidgetThatJustOpenedReceivesTheFirstTextExactly) {
