@@ -1,8 +1,12 @@
 // Types the same 10,000-character mixed text into one X client on a private Xvfb with keyferry-type and with
-// xdotool (its default delay, and --delay 0), and prints for each: characters per second, wrong or missing
+// xdotool (its default delay, and --delay 0), then keyferry-type alone into windows that have just opened on
+// X servers that have just started: mixed text, text of many scripts, and Chinese with about 800 distinct
+// ideographs, into a fast window and into one that takes 5 ms per key. Prints for each: characters per second
+// to the moment the text is complete in the window (and to the moment the typer exits), wrong or missing
 // characters, and the speed relative to xdotool. Run by hand; never part of the test run's verdict.
 #include "HelperProcess.h"
 #include "MixedSampleText.h"
+#include "ReceivedText.h"
 #include "XvfbDisplay.h"
 
 #include <unistd.h>
@@ -12,9 +16,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -66,13 +68,6 @@ std::size_t commonLength(const std::u32string& left, const std::u32string& right
     return 0;
 }
 
-std::string fileContents(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream contents;
-    contents << file.rdbuf();
-    return contents.str();
-}
-
 struct Outcome {
     double typerSeconds = 0;
     double endToEndSeconds = 0;
@@ -80,9 +75,17 @@ struct Outcome {
     std::size_t extra = 0;
 };
 
-Outcome run(const std::vector<std::string>& typer, const std::string& text, const std::string& receiverProgram) {
+// A receiving window: its program and the arguments after the output file (milliseconds per key, ...).
+struct Window {
+    std::string program;
+    std::vector<std::string> arguments;
+};
+
+Outcome run(const std::vector<std::string>& typer, const std::string& text, const Window& window) {
     const auto output = std::filesystem::temp_directory_path() / ("keyferry-bench-" + std::to_string(getpid()) + ".txt");
-    HelperProcess receiver({receiverProgram, output.string(), "0"}, {{"LC_ALL", "C.UTF-8"}});
+    std::vector<std::string> arguments{window.program, output.string()};
+    arguments.insert(arguments.end(), window.arguments.begin(), window.arguments.end());
+    HelperProcess receiver(arguments, {{"LC_ALL", "C.UTF-8"}, {"QT_QPA_PLATFORM", "xcb"}});
     if (receiver.readLine(20s) != std::optional<std::string>("ready")) {
         throw std::runtime_error("the receiver did not take the focus");
     }
@@ -126,40 +129,78 @@ Outcome run(const std::vector<std::string>& typer, const std::string& text, cons
 }
 
 void print(const std::string& name, std::size_t characters, const Outcome& outcome, double reference) {
-    // Speed is measured to the moment the receiving client had the last character.
+    // Speed is measured to the moment the receiving client had the last character; the typer's own speed beside.
     const double speed = static_cast<double>(characters) / outcome.endToEndSeconds;
-    std::printf("%-28s %9.0f chars/s (all received after %6.2f s; typer exited after %6.2f s)  wrong or missing: "
-                "%5zu  extra: %5zu  x%.1f xdotool\n",
-                name.c_str(), speed, outcome.endToEndSeconds, outcome.typerSeconds, outcome.wrongOrMissing,
-                outcome.extra, reference > 0 ? speed / reference : 0.0);
+    std::printf("%-40s %7.0f chars/s to complete (%6.2f s; typer done after %6.2f s: %7.0f chars/s)  "
+                "wrong or missing: %5zu  extra: %5zu  x%.1f xdotool\n",
+                name.c_str(), speed, outcome.endToEndSeconds, outcome.typerSeconds,
+                static_cast<double>(characters) / outcome.typerSeconds, outcome.wrongOrMissing, outcome.extra,
+                reference > 0 ? speed / reference : 0.0);
     std::fflush(stdout);
 }
+
+// The text typed into a window that opens, on an X server that starts, just for this case.
+Outcome runOnFreshServer(const std::vector<std::string>& typer, const std::string& text, const Window& window) {
+    XvfbDisplay display;
+    setenv("DISPLAY", display.name().c_str(), 1);
+    return run(typer, text, window);
+}
+
+std::size_t codePointCount(const std::string& utf8) { return codePoints(utf8).size(); }
 
 } // namespace
 } // namespace keyferry
 
 int main(int argc, char** argv) {
     using namespace keyferry;
-    if (argc != 3) {
-        std::cerr << "usage: keyferry-typing-bench KEYFERRY_TYPE RECEIVER\n";
+    if (argc != 4) {
+        std::cerr << "usage: keyferry-typing-bench KEYFERRY_TYPE XLIB_RECEIVER QT_RECEIVER\n";
         return 2;
     }
-    const std::string keyferryType = argv[1];
-    const std::string receiver = argv[2];
+    const std::vector<std::string> keyferryType{argv[1]};
+    const Window xlib{argv[2], {"0"}};
     constexpr std::size_t characters = 10000;
-    XvfbDisplay display;
-    setenv("DISPLAY", display.name().c_str(), 1);
-    const std::string text = mixedSampleText(characters);
-    std::printf("Typing %zu characters (%zu UTF-8 bytes) of mixed text into an Xlib client on Xvfb %s\n", characters,
-                text.size(), display.name().c_str());
-    const Outcome xdotoolDefault = run({"xdotool", "type", "--file", "-"}, text, receiver);
-    const double reference = static_cast<double>(characters) / xdotoolDefault.endToEndSeconds;
-    print("xdotool type", characters, xdotoolDefault, reference);
-    print("xdotool type --delay 0", characters, run({"xdotool", "type", "--delay", "0", "--file", "-"}, text, receiver),
-          reference);
-    print("keyferry-type", characters, run({keyferryType}, text, receiver), reference);
+    double reference = 0;
+    {
+        XvfbDisplay display;
+        setenv("DISPLAY", display.name().c_str(), 1);
+        const std::string text = mixedSampleText(characters);
+        std::printf("Typing %zu characters (%zu UTF-8 bytes) of mixed text into an Xlib client on Xvfb %s\n",
+                    characters, text.size(), display.name().c_str());
+        const Outcome xdotoolDefault = run({"xdotool", "type", "--file", "-"}, text, xlib);
+        reference = static_cast<double>(characters) / xdotoolDefault.endToEndSeconds;
+        print("xdotool type", characters, xdotoolDefault, reference);
+        print("xdotool type --delay 0", characters,
+              run({"xdotool", "type", "--delay", "0", "--file", "-"}, text, xlib), reference);
+        print("keyferry-type", characters, run(keyferryType, text, xlib), reference);
+    }
+    std::printf("\nkeyferry-type alone, each text on an X server that has just started, into a window that has just "
+                "opened (it reads its keymap on the first key):\n");
+    const Window fresh{argv[2], {"0", "fresh"}};
+    const Window slowFresh{argv[2], {"5", "fresh"}};
+    const Window qt{argv[3], {"0"}};
+    const Window slowQt{argv[3], {"5"}};
+    const std::string mixed = mixedSampleText(characters);
     const std::string manyScripts = manyScriptSampleText(characters);
-    std::printf("\nThe same with a text of many more scripts (more distinct characters than spare keycodes):\n");
-    print("keyferry-type, many scripts", characters, run({keyferryType}, manyScripts, receiver), reference);
+    const std::string chinese = chineseSampleText(3000, 800);
+    const std::string shortManyScripts = manyScriptSampleText(3000);
+    struct Case {
+        const char* name;
+        const std::string& text;
+        const Window& window;
+    };
+    const std::vector<Case> cases = {
+        {"mixed text, Xlib window", mixed, fresh},
+        {"many scripts, Xlib window", manyScripts, fresh},
+        {"many scripts, Qt window", manyScripts, qt},
+        {"many scripts, 5 ms/key Xlib window", shortManyScripts, slowFresh},
+        {"Chinese (800 distinct), Xlib window", chinese, fresh},
+        {"Chinese (800 distinct), Qt window", chinese, qt},
+        {"Chinese (800 distinct), 5 ms/key Xlib", chinese, slowFresh},
+        {"Chinese (800 distinct), 5 ms/key Qt", chinese, slowQt},
+    };
+    for (const Case& each : cases) {
+        print(each.name, codePointCount(each.text), runOnFreshServer(keyferryType, each.text, each.window), reference);
+    }
     return 0;
 }

@@ -26,6 +26,10 @@ public:
         static_cast<void>(text);
         return true;
     }
+
+    // Announces the whole text whose chunks follow (as they will be posted), so that a poster which must
+    // prepare keys for characters can do it once for all of them; posting works the same without it.
+    virtual void prepare(std::u16string_view /*text*/) {}
 };
 
 } // namespace keyferry

@@ -54,6 +54,7 @@ bool TextInjector::insertUnits(std::u16string units) {
     if (!poster.canType(units)) {
         return false;
     }
+    poster.prepare(units);
     return postUnicode(units);
 }
 

@@ -34,6 +34,21 @@ TEST_F(TextInjectorTest, WithoutThePermissionNothingIsPosted) {
     EXPECT_EQ(keyboard.attempts(), 0u);
 }
 
+// A poster that must prepare keys for characters does it once for the whole text, before its first chunk.
+TEST_F(TextInjectorTest, AnnouncesTheWholeTextWithItsLineEndsBeforeTheChunks) {
+    EXPECT_TRUE(injector.insert("a\r\nb\rc and some more text to span chunks"));
+    ASSERT_EQ(keyboard.announcements().size(), 1u);
+    EXPECT_EQ(keyboard.announcements()[0].text, u"a\nb\nc and some more text to span chunks");
+    EXPECT_EQ(keyboard.announcements()[0].chunksBefore, 0u);
+    EXPECT_EQ(keyboard.chunks().size(), 2u);
+}
+
+TEST_F(TextInjectorTest, AnnouncesNothingWithoutThePermission) {
+    probe.trusted = false;
+    EXPECT_FALSE(injector.insert("hello"));
+    EXPECT_TRUE(keyboard.announcements().empty());
+}
+
 TEST_F(TextInjectorTest, PermissionIsTestedWithoutPrompting) {
     EXPECT_TRUE(injector.insert("x"));
     EXPECT_EQ(probe.promptFlags(), (std::vector<bool>{false}));

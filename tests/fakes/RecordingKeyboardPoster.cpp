@@ -39,4 +39,8 @@ std::u16string RecordingKeyboardPoster::typedUnits() const {
 
 std::string RecordingKeyboardPoster::typedText() const { return utf8FromUtf16(typedUnits()); }
 
+void RecordingKeyboardPoster::prepare(std::u16string_view text) {
+    announced.push_back(Announcement{std::u16string(text), posted.size()});
+}
+
 } // namespace keyferry::fakes

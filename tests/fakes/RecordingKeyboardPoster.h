@@ -17,6 +17,14 @@ class RecordingKeyboardPoster : public KeyboardPoster {
 public:
     bool postKeyPair(std::u16string_view units) override;
     bool canType(std::u16string_view text) override;
+    void prepare(std::u16string_view text) override;
+
+    // Every text announced before its chunks, in order, with the number of chunks posted before each.
+    struct Announcement {
+        std::u16string text;
+        std::size_t chunksBefore = 0;
+    };
+    const std::vector<Announcement>& announcements() const { return announced; }
 
     void failAtPost(std::size_t n);
     bool failEveryPost = false;
@@ -37,6 +45,7 @@ public:
 private:
     std::vector<std::u16string> posted;
     std::vector<std::u16string> asked;
+    std::vector<Announcement> announced;
     std::size_t attemptCount = 0;
     std::size_t failingAttempt = 0; // 0: none
 };

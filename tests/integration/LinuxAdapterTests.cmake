@@ -6,6 +6,7 @@ add_library(keyferry_linux_test_support STATIC
     ${CMAKE_CURRENT_LIST_DIR}/HelperProcess.cpp
     ${CMAKE_CURRENT_LIST_DIR}/XvfbDisplay.cpp
     ${CMAKE_CURRENT_LIST_DIR}/MixedSampleText.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/ReceivedText.cpp
     ${CMAKE_CURRENT_LIST_DIR}/PrivateSessionBus.cpp
 )
 target_include_directories(keyferry_linux_test_support PUBLIC ${CMAKE_CURRENT_LIST_DIR})
@@ -21,7 +22,7 @@ target_compile_definitions(keyferry-qt-receiver PRIVATE QT_NO_KEYWORDS QT_NO_CAS
 keyferry_compile_options(keyferry-qt-receiver)
 
 keyferry_test(keyferry_xtest_typing_tests integration
-    SOURCES ${CMAKE_CURRENT_LIST_DIR}/XTestTypingTest.cpp
+    SOURCES ${CMAKE_CURRENT_LIST_DIR}/XTestTypingTest.cpp ${CMAKE_CURRENT_LIST_DIR}/XTestFirstTextTest.cpp
     LIBRARIES keyferry_linux keyferry_core keyferry_linux_test_support PkgConfig::KEYFERRY_X11
     TIMEOUT 240)
 target_compile_definitions(keyferry_xtest_typing_tests PRIVATE

@@ -1,6 +1,7 @@
 #include "MixedSampleText.h"
 
 #include <array>
+#include <cstdint>
 #include <string_view>
 #include <vector>
 
@@ -104,7 +105,45 @@ std::string sampleText(const std::vector<Section>& sections, std::size_t charact
     return text;
 }
 
+void appendUtf8(std::string& text, char32_t character) {
+    if (character < 0x80) {
+        text.push_back(static_cast<char>(character));
+    } else if (character < 0x800) {
+        text.push_back(static_cast<char>(0xC0 | (character >> 6)));
+        text.push_back(static_cast<char>(0x80 | (character & 0x3F)));
+    } else {
+        text.push_back(static_cast<char>(0xE0 | (character >> 12)));
+        text.push_back(static_cast<char>(0x80 | ((character >> 6) & 0x3F)));
+        text.push_back(static_cast<char>(0x80 | (character & 0x3F)));
+    }
+}
+
 } // namespace
+
+std::string chineseSampleText(std::size_t characters, std::size_t distinct) {
+    constexpr char32_t firstIdeograph = 0x4E00;
+    constexpr std::size_t ideographs = 20902;   // U+4E00..U+9FA5
+    constexpr std::size_t stride = 37;          // coprime with the range: every pick is a different ideograph
+    std::string text;
+    std::uint32_t random = 12345;
+    std::size_t introduced = 0;
+    for (std::size_t index = 0; index < characters; ++index) {
+        if (index % 97 == 96) {
+            text.push_back('\n');
+            continue;
+        }
+        if (index % 13 == 12) {
+            appendUtf8(text, index % 3 == 0 ? U'\u3002' : U'\uFF0C');
+            continue;
+        }
+        random = random * 1103515245U + 12345U;
+        // About every other ideograph is one not seen yet, until all are in; the others repeat earlier ones.
+        const bool introduce = introduced < distinct && (introduced == 0 || (random >> 16) % 2 == 0);
+        const std::size_t pick = introduce ? introduced++ : (random >> 8) % introduced;
+        appendUtf8(text, firstIdeograph + static_cast<char32_t>(pick * stride % ideographs));
+    }
+    return text;
+}
 
 std::string mixedSampleText(std::size_t characters) { return sampleText(everydaySections(), characters); }
 

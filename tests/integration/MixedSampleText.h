@@ -15,6 +15,11 @@ std::string mixedSampleText(std::size_t characters);
 // three hundred distinct characters beyond ASCII, more than the spare keycodes of a keyboard hold at once.
 std::string manyScriptSampleText(std::size_t characters);
 
+// Chinese prose stand-in of exactly `characters` code points with `distinct` different ideographs (each at
+// least once, when the text is long enough), spread as in running text, with a full-width comma or full stop
+// every few characters and a line break every few sentences. Deterministic.
+std::string chineseSampleText(std::size_t characters, std::size_t distinct);
+
 // The text as it is typed: CRLF and then lone CR become LF.
 std::string withTypedLineEnds(const std::string& text);
 

@@ -2,6 +2,7 @@
 // client records must be exactly the bytes sent, line ends as typed.
 #include "HelperProcess.h"
 #include "MixedSampleText.h"
+#include "ReceivedText.h"
 #include "TextInjector.h"
 #include "X11AccessibilityProbe.h"
 #include "XTestKeyboardPoster.h"
@@ -18,9 +19,8 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
+#include <iostream>
 #include <memory>
-#include <sstream>
 #include <thread>
 #include <unistd.h>
 
@@ -30,13 +30,6 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr std::size_t sampleCharacters = 10000;
-
-std::string fileContents(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream contents;
-    contents << file.rdbuf();
-    return contents.str();
-}
 
 class XTestTypingTest : public ::testing::Test {
 protected:
@@ -59,24 +52,7 @@ protected:
         ASSERT_EQ(receiver->readLine(20s), std::optional<std::string>("ready")) << program << " did not take the focus";
     }
 
-    // What the receiver recorded once it has at least `bytes`, or once it stopped growing for a few seconds.
-    std::string received(std::size_t bytes) const {
-        std::size_t lastSize = 0;
-        auto lastGrowth = std::chrono::steady_clock::now();
-        while (std::chrono::steady_clock::now() - lastGrowth < 5s) {
-            const std::size_t size = std::filesystem::exists(output) ? std::filesystem::file_size(output) : 0;
-            if (size >= bytes) {
-                break;
-            }
-            if (size != lastSize) {
-                lastSize = size;
-                lastGrowth = std::chrono::steady_clock::now();
-            }
-            std::this_thread::sleep_for(20ms);
-        }
-        std::this_thread::sleep_for(100ms); // anything beyond the expected text would show up as a difference
-        return fileContents(output);
-    }
+    std::string received(std::size_t bytes) const { return receivedText(output, bytes); }
 
     void expectTypedExactly(const std::string& text, XTestKeyboardPoster& poster) {
         X11AccessibilityProbe probe;
@@ -294,6 +270,29 @@ TEST(XTestKeyboardPosterTest, ReportsFailureWhenTheXServerGoesAway) {
     server.reset();
     EXPECT_FALSE(poster.postKeyPair(u"def \u00e8\u6587"));
     EXPECT_FALSE(poster.postKeyPair(u"ghi"));
+}
+
+// Asked before every text: it answers from the connection it keeps, and notices when the server goes away.
+TEST(X11AccessibilityProbeTest, KeepsOneConnectionAndFollowsTheServer) {
+    auto server = std::make_unique<XvfbDisplay>();
+    setenv("DISPLAY", server->name().c_str(), 1);
+    X11AccessibilityProbe probe;
+    ASSERT_TRUE(probe.isTrusted(false));
+    // A probe that connected for every question would now find no server.
+    setenv("DISPLAY", ":64999", 1);
+    constexpr int questions = 1000;
+    const auto started = std::chrono::steady_clock::now();
+    for (int question = 0; question < questions; ++question) {
+        ASSERT_TRUE(probe.isTrusted(false)) << "question " << question;
+    }
+    const std::chrono::duration<double, std::micro> each = (std::chrono::steady_clock::now() - started) / questions;
+    std::cout << "typing availability answered in " << each.count() << " us\n";
+    setenv("DISPLAY", server->name().c_str(), 1);
+    server.reset();
+    EXPECT_FALSE(probe.isTrusted(false));
+    auto restarted = std::make_unique<XvfbDisplay>();
+    setenv("DISPLAY", restarted->name().c_str(), 1);
+    EXPECT_TRUE(probe.isTrusted(false));
 }
 
 TEST(X11AccessibilityProbeTest, WaylandSessionWithoutXIsNotTrusted) {

@@ -1,7 +1,9 @@
 // A plain Xlib client that takes the keyboard focus and appends the text of every key press to a file, as a
 // text field would insert it (Return inserts a line feed). Arguments: output file, milliseconds to spend on
-// each key (a slow client). It follows keymap changes as plain Xlib clients do (MappingNotify, then
-// XRefreshKeyboardMapping). Prints "ready" once it has the focus and its keymap; stops on SIGTERM.
+// each key (a slow client), and optionally "fresh". It follows keymap changes as plain Xlib clients do
+// (MappingNotify, then XRefreshKeyboardMapping). Prints "ready" once it has the focus and its keymap; with
+// "fresh", as soon as it has the focus, before it has translated any key (a window that just opened).
+// Stops on SIGTERM.
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
 #include <X11/keysym.h>
@@ -58,8 +60,9 @@ void loadKeymap(Display* display) {
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 3) {
-        std::cerr << "usage: keyferry-xlib-receiver OUTPUT DELAY_MS\n";
+    const bool fresh = argc == 4 && std::string(argv[3]) == "fresh";
+    if (argc != 3 && !fresh) {
+        std::cerr << "usage: keyferry-xlib-receiver OUTPUT DELAY_MS [fresh]\n";
         return 2;
     }
     if (std::setlocale(LC_ALL, "C.UTF-8") == nullptr || !XSupportsLocale()) {
@@ -97,7 +100,9 @@ int main(int argc, char** argv) {
             XSetInputFocus(display, window, RevertToParent, CurrentTime);
         } else if (event.type == FocusIn && !announced) {
             XSetICFocus(context);
-            loadKeymap(display);
+            if (!fresh) {
+                loadKeymap(display);
+            }
             announced = true;
             std::cout << "ready" << std::endl;
         } else if (event.type == KeyPress) {

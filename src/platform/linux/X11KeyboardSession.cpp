@@ -1,5 +1,7 @@
 #include "X11KeyboardSession.h"
 
+#include "XlibErrors.h"
+
 #include <X11/XKBlib.h>
 #include <X11/extensions/XInput2.h>
 #include <X11/extensions/XTest.h>
@@ -8,7 +10,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
-#include <mutex>
 #include <thread>
 
 namespace keyferry {
@@ -16,33 +17,6 @@ namespace keyferry {
 namespace {
 
 constexpr unsigned long unicodeKeysymBase = 0x01000000;
-
-// Xlib reports protocol errors through one process-wide handler; the default one ends the process. Errors
-// are only counted here and turned into a failed call.
-std::atomic<int> protocolErrors{0};
-
-int countProtocolError(Display*, XErrorEvent*) {
-    protocolErrors.fetch_add(1);
-    return 0;
-}
-
-// A broken connection is reported to the process-wide handler first (the default one prints and exits), then
-// to the connection's own exit handler below; both return, so the loss only fails the calls.
-int ignoreConnectionLoss(Display*) { return 0; }
-
-void initialiseXlib() {
-    static std::once_flag once;
-    std::call_once(once, [] {
-        XInitThreads();
-        XSetErrorHandler(countProtocolError);
-        XSetIOErrorHandler(ignoreConnectionLoss);
-    });
-}
-
-std::atomic<bool>* lostFlag(void* data) { return static_cast<std::atomic<bool>*>(data); }
-
-// Called by Xlib instead of exiting the process when the server connection breaks.
-void markConnectionLost(Display*, void* data) { lostFlag(data)->store(true); }
 
 unsigned long keysymFor(char32_t character) {
     if (character == U'\n') {
@@ -110,13 +84,13 @@ bool X11KeyboardSession::connect() {
         return true;
     }
     disconnect();
-    initialiseXlib();
+    installXlibErrorHandlers();
     display = XOpenDisplay(nullptr);
     if (display == nullptr) {
         return false;
     }
     connectionLost.store(false);
-    XSetIOErrorExitHandler(display, markConnectionLost, &connectionLost);
+    reportConnectionLoss(display, connectionLost);
     int eventBase = 0;
     int errorBase = 0;
     int major = 0;
@@ -208,6 +182,63 @@ bool X11KeyboardSession::keymapChangedElsewhere() {
     return changed;
 }
 
+// The server also reports a new keyboard when the XTest device sends its first key after another keyboard:
+// the core keyboard takes over that device's keymap, which holds the same symbols, ours included. Treating
+// that as a new layout gave the borrowed keycodes back while the keys typed with them were still on their
+// way, and a window that had not read its keymap yet read them without their characters. Only a change of the
+// symbols themselves counts: then the keycodes still carrying ours get their own symbols back (the others
+// belong to the new layout now) and the keymap is read again.
+bool X11KeyboardSession::followKeymapChange() {
+    const auto current = X11Keymap::load(display);
+    if (!current) {
+        return false;
+    }
+    if (matchesOurKeymap(*current)) {
+        return true;
+    }
+    giveBackBindingsStillInPlace(*current);
+    matchTestDeviceKeymap();
+    return loadKeymap();
+}
+
+// Compared on the symbols of the first group's two levels, which is what a layout change changes: the server
+// lists the further columns as it derives them from its own keymap, not always as they were written.
+bool X11KeyboardSession::carriesOurSymbols(const X11Keymap& current, unsigned keycode) const {
+    auto expected = pool->isSpare(keycode) ? intendedSymbols(keycode) : keymap->originalSymbols(keycode);
+    auto actual = current.originalSymbols(keycode);
+    constexpr std::size_t compared = 2;
+    expected.resize(compared, NoSymbol);
+    actual.resize(compared, NoSymbol);
+    return actual == expected;
+}
+
+bool X11KeyboardSession::matchesOurKeymap(const X11Keymap& current) const {
+    if (current.firstKeycode() != keymap->firstKeycode() || current.lastKeycode() != keymap->lastKeycode() ||
+        current.heldModifierKeycodes() != keymap->heldModifierKeycodes()) {
+        return false;
+    }
+    for (int keycode = current.firstKeycode(); keycode <= current.lastKeycode(); ++keycode) {
+        if (!carriesOurSymbols(current, static_cast<unsigned>(keycode))) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void X11KeyboardSession::giveBackBindingsStillInPlace(const X11Keymap& current) {
+    std::vector<unsigned> stillOurs;
+    const bool sameRange =
+        current.firstKeycode() == keymap->firstKeycode() && current.lastKeycode() == keymap->lastKeycode();
+    for (const unsigned keycode : pool->boundKeycodes()) {
+        if (sameRange && carriesOurSymbols(current, keycode)) {
+            stillOurs.push_back(keycode);
+        }
+    }
+    pool->forgetBindings();
+    writeSpareKeycodes(stillOurs);
+    discardOwnNotifications();
+}
+
 // The server reports our own keymap changes back to us; they are known already.
 void X11KeyboardSession::discardOwnNotifications() {
     XSync(display, False);
@@ -221,13 +252,9 @@ bool X11KeyboardSession::type(std::u32string_view text) {
     if (!connect()) {
         return false;
     }
-    const int errorsBefore = protocolErrors.load();
-    if (keymapChangedElsewhere()) {
-        restoreSpareKeycodes();
-        matchTestDeviceKeymap();
-        if (!loadKeymap()) {
-            return false;
-        }
+    const int errorsBefore = xlibProtocolErrors();
+    if (keymapChangedElsewhere() && !followKeymapChange()) {
+        return false;
     }
     const ModifierState modifiers = clearModifiers();
     std::size_t position = 0;
@@ -237,7 +264,7 @@ bool X11KeyboardSession::type(std::u32string_view text) {
     }
     restoreModifiers(modifiers);
     XSync(display, False);
-    return typed && !connectionLost.load() && protocolErrors.load() == errorsBefore;
+    return typed && !connectionLost.load() && xlibProtocolErrors() == errorsBefore;
 }
 
 bool X11KeyboardSession::typePrefix(std::u32string_view text, std::size_t& position, int group) {
@@ -251,22 +278,46 @@ bool X11KeyboardSession::typePrefix(std::u32string_view text, std::size_t& posit
     return position > before;
 }
 
+void X11KeyboardSession::prepare(std::u32string_view text) {
+    if (!connect() || (keymapChangedElsewhere() && !followKeymapChange())) {
+        return;
+    }
+    std::vector<unsigned long> needed;
+    std::unordered_set<unsigned long> bound;
+    collectNeeded(text, currentGroup(), needed, bound);
+    if (!needed.empty()) {
+        applyBindings(pool->bind(needed, bound, std::chrono::steady_clock::now()));
+    }
+}
+
+int X11KeyboardSession::currentGroup() {
+    XkbStateRec current{};
+    return XkbGetState(display, XkbUseCoreKbd, &current) == Success ? current.group : 0;
+}
+
+// The keysyms of `text` the layout lacks: those already bound, and the others in order of first appearance.
+void X11KeyboardSession::collectNeeded(std::u32string_view text, int group, std::vector<unsigned long>& needed,
+                                       std::unordered_set<unsigned long>& bound) {
+    std::unordered_set<unsigned long> seen;
+    for (const char32_t character : text) {
+        const unsigned long keysym = keysymFor(character);
+        if (!seen.insert(keysym).second || keymap->strokeFor(keysym, group)) {
+            continue;
+        }
+        if (pool->placeOf(keysym)) {
+            bound.insert(keysym);
+        } else {
+            needed.push_back(keysym);
+        }
+    }
+}
+
 // Binds the characters of `remaining` that have no key yet, as many as idle spare keycodes allow, waiting
 // for one to become idle when none is.
 bool X11KeyboardSession::bindFor(std::u32string_view remaining, int group) {
     std::vector<unsigned long> needed;
     std::unordered_set<unsigned long> bound;
-    for (const char32_t character : remaining) {
-        const unsigned long keysym = keysymFor(character);
-        if (keymap->strokeFor(keysym, group)) {
-            continue;
-        }
-        if (pool->placeOf(keysym)) {
-            bound.insert(keysym);
-        } else if (std::find(needed.begin(), needed.end(), keysym) == needed.end()) {
-            needed.push_back(keysym);
-        }
-    }
+    collectNeeded(remaining, group, needed, bound);
     if (needed.empty()) {
         return true;
     }
@@ -284,8 +335,12 @@ bool X11KeyboardSession::bindFor(std::u32string_view remaining, int group) {
         std::this_thread::sleep_until(*free);
         keycodes = pool->bind(needed, bound, std::chrono::steady_clock::now());
     }
+    return !keycodes.empty() && applyBindings(std::move(keycodes));
+}
+
+bool X11KeyboardSession::applyBindings(std::vector<unsigned> keycodes) {
     if (keycodes.empty()) {
-        return false;
+        return true;
     }
     if (!writeSpareKeycodes(std::move(keycodes))) {
         return false;

@@ -36,6 +36,9 @@ public:
     // server refused a request (what was typed before stays typed).
     bool type(std::u32string_view text);
 
+    // Binds what `text` needs to places free now, without waiting for any; the rest is bound while typing.
+    void prepare(std::u32string_view text);
+
     // Writes the original symbols back on every borrowed keycode.
     void restoreSpareKeycodes();
 
@@ -58,6 +61,10 @@ private:
     void matchTestDeviceKeymap();
     bool loadKeymap();
     bool keymapChangedElsewhere();
+    bool followKeymapChange();
+    bool carriesOurSymbols(const X11Keymap& current, unsigned keycode) const;
+    bool matchesOurKeymap(const X11Keymap& current) const;
+    void giveBackBindingsStillInPlace(const X11Keymap& current);
     void discardOwnNotifications();
 
     ModifierState clearModifiers();
@@ -65,6 +72,10 @@ private:
 
     bool typePrefix(std::u32string_view text, std::size_t& position, int group);
     bool bindFor(std::u32string_view remaining, int group);
+    void collectNeeded(std::u32string_view text, int group, std::vector<unsigned long>& needed,
+                       std::unordered_set<unsigned long>& bound);
+    bool applyBindings(std::vector<unsigned> keycodes);
+    int currentGroup();
     bool pressKeys(std::u32string_view text, std::size_t& position, int group);
     bool writeSpareKeycodes(std::vector<unsigned> keycodes);
     std::vector<unsigned long> intendedSymbols(unsigned keycode) const;

@@ -34,6 +34,8 @@ public:
     const std::vector<unsigned>& spareKeycodes() const { return spares; }
     const std::vector<unsigned long>& originalSymbols(unsigned keycode) const;
     int symbolsPerKeycode() const { return perKeycode; }
+    int firstKeycode() const { return minKeycode; }
+    int lastKeycode() const { return maxKeycode; }
 
     // Keycodes the modifier map lists for Shift, Control, Mod1..Mod5 (not Lock).
     const std::unordered_set<unsigned>& heldModifierKeycodes() const { return modifierKeycodes; }

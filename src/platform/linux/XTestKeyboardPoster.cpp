@@ -66,6 +66,12 @@ bool XTestKeyboardPoster::postKeyPair(std::u16string_view units) {
     return typed;
 }
 
+void XTestKeyboardPoster::prepare(std::u16string_view text) {
+    const std::u32string characters = codePoints(text);
+    const std::lock_guard lock(mutex);
+    session->prepare(characters);
+}
+
 void XTestKeyboardPoster::restoreWhenIdle(const std::stop_token& stop) {
     std::unique_lock lock(mutex);
     while (!stop.stop_requested()) {

@@ -48,6 +48,10 @@ public:
     XTestKeyboardPoster& operator=(const XTestKeyboardPoster&) = delete;
 
     bool postKeyPair(std::u16string_view units) override;
+    // Binds the characters of the whole text that the layout lacks at once, as far as places are free now, so
+    // that its chunks need no keymap change of their own (one change and one settle per text, and a window
+    // that reads its keymap on the first key finds them all).
+    void prepare(std::u16string_view text) override;
 
 private:
     void restoreWhenIdle(const std::stop_token& stop);
