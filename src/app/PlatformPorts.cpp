@@ -1,9 +1,5 @@
 #include "PlatformPorts.h"
 
-#include "SecretServiceBackend.h"
-#include "X11AccessibilityProbe.h"
-#include "XTestKeyboardPoster.h"
-
 #include <condition_variable>
 #include <mutex>
 
@@ -11,7 +7,8 @@ namespace keyferry {
 
 PlatformPorts::PlatformPorts(const QtTrust& trust)
     : queue("com.quillix.companion.connection"), http(queue, trust), webSockets(queue, trust),
-      secrets(makeSecretBackend()), keyboard(makeKeyboardPoster()), accessibilityProbe(makeAccessibilityProbe()) {}
+      defaults(makeDefaultsStore()), secrets(makeSecretBackend()), keyboard(makeKeyboardPoster()),
+      accessibilityProbe(makeAccessibilityProbe()) {}
 
 PlatformPorts::~PlatformPorts() {
     stopQueue();
@@ -22,19 +19,7 @@ void PlatformPorts::stopQueue() {
 }
 
 CompanionServicePorts PlatformPorts::ports() {
-    return {queue, mainThread, clock, http, webSockets, defaults, *secrets, *keyboard, *accessibilityProbe};
-}
-
-std::unique_ptr<SecretBackend> PlatformPorts::makeSecretBackend() {
-    return std::make_unique<SecretServiceBackend>();
-}
-
-std::unique_ptr<KeyboardPoster> PlatformPorts::makeKeyboardPoster() {
-    return std::make_unique<XTestKeyboardPoster>();
-}
-
-std::unique_ptr<AccessibilityProbe> PlatformPorts::makeAccessibilityProbe() {
-    return std::make_unique<X11AccessibilityProbe>();
+    return {queue, mainThread, clock, http, webSockets, *defaults, *secrets, *keyboard, *accessibilityProbe};
 }
 
 void PlatformPorts::finishQueuedWork(std::chrono::milliseconds limit) {

@@ -4,7 +4,6 @@
 #include "QtHttpClient.h"
 #include "QtMainThread.h"
 #include "QtSerialQueue.h"
-#include "QtSettingsDefaults.h"
 #include "QtTrust.h"
 #include "QtWebSocketFactory.h"
 #include "SystemClock.h"
@@ -35,6 +34,9 @@ public:
     void stopQueue();
 
 private:
+    // The platform's own adapters, defined per platform (linux/PlatformAdapters.cpp,
+    // macos/PlatformAdapters.cpp).
+    static std::unique_ptr<DefaultsStore> makeDefaultsStore();
     static std::unique_ptr<SecretBackend> makeSecretBackend();
     static std::unique_ptr<KeyboardPoster> makeKeyboardPoster();
     static std::unique_ptr<AccessibilityProbe> makeAccessibilityProbe();
@@ -44,7 +46,7 @@ private:
     SystemClock clock;
     QtHttpClient http;
     QtWebSocketFactory webSockets;
-    QtSettingsDefaults defaults;
+    std::unique_ptr<DefaultsStore> defaults;
     std::unique_ptr<SecretBackend> secrets;
     std::unique_ptr<KeyboardPoster> keyboard;
     std::unique_ptr<AccessibilityProbe> accessibilityProbe;
