@@ -1,7 +1,8 @@
+include(KeyferryWarnings)
+
 # Compiler settings shared by every Keyferry target: warnings are errors, sanitizers on request.
 function(keyferry_compile_options target)
-    target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
-                                             -Wold-style-cast -Wcast-align -Woverloaded-virtual -Werror)
+    target_compile_options(${target} PRIVATE ${KEYFERRY_WARNING_FLAGS})
     if(KEYFERRY_SANITIZE)
         target_compile_options(${target} PRIVATE -fsanitize=address,undefined -fno-omit-frame-pointer
                                                  -fno-sanitize-recover=undefined)

@@ -3,9 +3,9 @@
 #include "AccessibilityProbe.h"
 #include "Assets.h"
 #include "CompanionService.h"
+#include "DesktopIntegration.h"
 #include "ShellScheduler.h"
 #include "StartupManager.h"
-#include "Symbols.h"
 #include "SystemColors.h"
 #include "WindowPlacement.h"
 
@@ -18,11 +18,6 @@
 #include <QPointer>
 #include <QPushButton>
 #include <QSystemTrayIcon>
-
-#if defined(__APPLE__)
-#include <QDesktopServices>
-#include <QUrl>
-#endif
 
 #include <chrono>
 
@@ -126,15 +121,7 @@ void AppDelegate::configureStatusMenu() {
 
 void AppDelegate::configureTrayIcon() {
     statusItem = std::make_unique<QSystemTrayIcon>();
-#if defined(__APPLE__)
-    statusItem->setIcon(Symbols::templateIcon(QStringLiteral("waveform.and.mic")));
-#else
-    // Tray hosts here seldom recolour icons: draw the symbol in the desktop's text colour, still marked
-    // as a mask for those that do.
-    QIcon symbol = Symbols::icon(QStringLiteral("waveform.and.mic"), SystemColors::label());
-    symbol.setIsMask(true);
-    statusItem->setIcon(symbol);
-#endif
+    statusItem->setIcon(DesktopIntegration::trayIcon());
     statusItem->setToolTip(QStringLiteral("Keyferry"));
     statusItem->setContextMenu(statusMenu.get());
     connect(statusItem.get(), &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
@@ -225,6 +212,7 @@ void AppDelegate::presentPairingWindow() {
         WindowPlacement::centreOnScreen(*window);
     }
     window->show();
+    DesktopIntegration::activateApplication();
     window->raise();
     window->activateWindow();
 }
@@ -364,11 +352,8 @@ void AppDelegate::requestAccessibility() {
         service->resumeAfterAccessibilityPermission();
         return;
     }
-#if defined(__APPLE__)
-    QDesktopServices::openUrl(
-        QUrl(QStringLiteral("x-apple.systempreferences:com.apple.preference.security?Privacy_Accessibility")));
-#endif
-    // Elsewhere there is no settings pane to open: typing becomes possible when the display allows it.
+    // Whether the settings opened changes nothing: the permission is watched either way.
+    static_cast<void>(DesktopIntegration::openAccessibilitySettings());
     beginPermissionMonitoring();
 }
 

@@ -1,5 +1,6 @@
 #include "Assets.h"
 
+#include "DesktopIntegration.h"
 #include "Symbols.h"
 
 #include <QImageReader>
@@ -8,7 +9,7 @@
 namespace keyferry {
 
 QIcon Assets::appIcon() {
-    static const QIcon icon = loadAppIcon(QString::fromLatin1(appIconResource));
+    static const QIcon icon = loadAppIcon(DesktopIntegration::appIconPath());
     return icon;
 }
 

@@ -1,7 +1,5 @@
 #include "PlatformPorts.h"
 
-#include "SecretServiceBackend.h"
-
 #include <condition_variable>
 #include <mutex>
 
@@ -9,7 +7,7 @@ namespace keyferry {
 
 PlatformPorts::PlatformPorts(const QtTrust& trust)
     : queue("com.quillix.companion.connection"), http(queue, trust), webSockets(queue, trust),
-      secrets(makeSecretBackend()), typing(TypingPorts::make()) {}
+      defaults(makeDefaultsStore()), secrets(makeSecretBackend()), typing(makeTyping()) {}
 
 PlatformPorts::~PlatformPorts() {
     stopQueue();
@@ -20,11 +18,7 @@ void PlatformPorts::stopQueue() {
 }
 
 CompanionServicePorts PlatformPorts::ports() {
-    return {queue, mainThread, clock, http, webSockets, defaults, *secrets, *typing.poster, *typing.probe};
-}
-
-std::unique_ptr<SecretBackend> PlatformPorts::makeSecretBackend() {
-    return std::make_unique<SecretServiceBackend>();
+    return {queue, mainThread, clock, http, webSockets, *defaults, *secrets, *typing.poster, *typing.probe};
 }
 
 void PlatformPorts::finishQueuedWork(std::chrono::milliseconds limit) {

@@ -4,14 +4,13 @@
 #include "QtHttpClient.h"
 #include "QtMainThread.h"
 #include "QtSerialQueue.h"
-#include "QtSettingsDefaults.h"
 #include "QtTrust.h"
 #include "QtWebSocketFactory.h"
 #include "SystemClock.h"
-#include "TypingPorts.h"
 
 #include <chrono>
 #include <memory>
+#include <string>
 
 namespace keyferry {
 
@@ -27,7 +26,7 @@ public:
     CompanionServicePorts ports();
     AccessibilityProbe& accessibility() { return *typing.probe; }
     // One line saying what this desktop lacks for typing, and where to read more; empty when it can type.
-    const std::string& typingMissing() const { return typing.choice.missing; }
+    const std::string& typingMissing() const { return typing.missing; }
 
     // Gives work already queued (such as the closing of the socket at quit) up to `limit` to run before the
     // queue is torn down.
@@ -38,16 +37,27 @@ public:
     void stopQueue();
 
 private:
+    // The typing adapters this session offers, and what it lacks for typing (empty when nothing).
+    struct Typing {
+        std::unique_ptr<KeyboardPoster> poster;
+        std::unique_ptr<AccessibilityProbe> probe;
+        std::string missing;
+    };
+
+    // The platform's own adapters, defined per platform (linux/PlatformAdapters.cpp,
+    // macos/PlatformAdapters.cpp).
+    static std::unique_ptr<DefaultsStore> makeDefaultsStore();
     static std::unique_ptr<SecretBackend> makeSecretBackend();
+    static Typing makeTyping();
 
     QtSerialQueue queue;
     QtMainThread mainThread;
     SystemClock clock;
     QtHttpClient http;
     QtWebSocketFactory webSockets;
-    QtSettingsDefaults defaults;
+    std::unique_ptr<DefaultsStore> defaults;
     std::unique_ptr<SecretBackend> secrets;
-    TypingPorts typing;
+    Typing typing;
 };
 
 } // namespace keyferry

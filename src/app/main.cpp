@@ -1,6 +1,7 @@
 // Keyferry's entry point: one copy per user, the service on the platform's adapters, the shell, and the
 // event loop. "--background" starts it with only the tray item (the form the login registration uses).
 #include "AppDelegate.h"
+#include "DesktopIntegration.h"
 #include "PlatformPorts.h"
 #include "QtShellScheduler.h"
 #include "ServiceAddress.h"
@@ -10,18 +11,12 @@
 #include <QApplication>
 #include <QElapsedTimer>
 #include <QEventLoop>
-#include <QSysInfo>
 #include <QSystemTrayIcon>
 #include <QTimer>
 
 #include <chrono>
 
 namespace {
-
-std::string computerName() {
-    const QString host = QSysInfo::machineHostName();
-    return host.isEmpty() ? std::string("computer") : host.toStdString();
-}
 
 keyferry::QtTrust serviceTrust() {
     const std::string authority = keyferry::serviceCertificateAuthorityPem;
@@ -54,18 +49,25 @@ bool anyWindowVisible() {
 void runShell(keyferry::SingleInstance& instance) {
     keyferry::PlatformPorts platform(serviceTrust());
     keyferry::QtShellScheduler scheduler;
-    auto service = keyferry::CompanionService::make(platform.ports(), KEYFERRY_SERVICE_URL, computerName());
+    auto service = keyferry::CompanionService::make(platform.ports(), KEYFERRY_SERVICE_URL,
+                                                    keyferry::DesktopIntegration::computerName());
     const QStringList arguments = QApplication::arguments();
     const bool background = arguments.contains(QString::fromLatin1(keyferry::AppDelegate::backgroundArgument));
     const bool trayAvailable = waitForSystemTray(background ? std::chrono::seconds(5) : std::chrono::seconds(0));
     {
         keyferry::AppDelegate delegate(service, platform.accessibility(), scheduler, arguments, trayAvailable);
         delegate.pairingWindow.setTypingHelp(QString::fromStdString(platform.typingMissing()));
-        instance.onReopen = [&delegate] { delegate.applicationShouldHandleReopen(anyWindowVisible()); };
+        const auto reopen = [&delegate] { delegate.applicationShouldHandleReopen(anyWindowVisible()); };
+        instance.onReopen = reopen;
         QObject::connect(qApp, &QCoreApplication::aboutToQuit, &delegate,
                          &keyferry::AppDelegate::applicationWillTerminate);
-        QTimer::singleShot(0, &delegate, &keyferry::AppDelegate::applicationDidFinishLaunching);
+        QTimer::singleShot(0, &delegate, [&delegate, reopen] {
+            delegate.applicationDidFinishLaunching();
+            // Once the event loop runs, so that the system's own handler is replaced, not the other way round.
+            keyferry::DesktopIntegration::onReopen(reopen);
+        });
         QApplication::exec();
+        keyferry::DesktopIntegration::onReopen(nullptr);
         instance.onReopen = nullptr;
     }
     // The socket's orderly close was queued by the termination steps; give it a moment to leave. Then the
@@ -82,6 +84,7 @@ int main(int argc, char* argv[]) {
     QApplication::setDesktopFileName(QStringLiteral("keyferry"));
     // A tray application: closing its window does not end it.
     QApplication::setQuitOnLastWindowClosed(false);
+    keyferry::DesktopIntegration::prepareApplication();
     const keyferry::TerminationSignals termination([] { QCoreApplication::quit(); });
 
     keyferry::SingleInstance instance;

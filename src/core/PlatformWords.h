@@ -3,15 +3,10 @@
 namespace keyferry {
 
 // The few words that differ between the Apple build and the others: what the pairing request names the
-// platform, and what user-visible texts call this computer.
-#if defined(__APPLE__)
-inline constexpr const char* platformName = "macos";
-inline constexpr const char* thisComputerWord = "Mac";
-inline constexpr const char* computerRemovedText = "This Mac was removed from your paired computers.";
-#else
-inline constexpr const char* platformName = "linux";
-inline constexpr const char* thisComputerWord = "computer";
-inline constexpr const char* computerRemovedText = "This computer was removed from your paired computers.";
-#endif
+// platform, and what user-visible texts call this computer. Each platform's folder of the core defines
+// them (macos/ says "Mac" and "macos", linux/ says "computer" and "linux"); CMake builds one of the two.
+extern const char* const platformName;
+extern const char* const thisComputerWord;
+extern const char* const computerRemovedText;
 
 } // namespace keyferry

@@ -8,10 +8,6 @@
 #include <pwd.h>
 #include <unistd.h>
 
-#if defined(__APPLE__)
-#include <mach-o/dyld.h>
-#endif
-
 namespace keyferry {
 
 namespace fs = std::filesystem;
@@ -26,21 +22,6 @@ public:
                                                                            : "unknown startup error";
     }
 };
-
-fs::path homeFolder() {
-    if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0') {
-        return home;
-    }
-    if (const passwd* entry = getpwuid(getuid()); entry != nullptr && entry->pw_dir != nullptr) {
-        return entry->pw_dir;
-    }
-    return {};
-}
-
-std::string environmentValue(const char* name) {
-    const char* value = std::getenv(name);
-    return value == nullptr ? std::string() : std::string(value);
-}
 
 // Escapes the five characters XML reserves, for element content.
 std::string xmlEscaped(std::string_view text) {
@@ -131,38 +112,19 @@ fs::path StartupManager::autostartEntryPath(const fs::path& home, const std::str
     return configHome / "autostart" / (std::string(label) + ".desktop");
 }
 
-fs::path StartupManager::launchAgentURL() {
-#if defined(__APPLE__)
-    return launchAgentPath(homeFolder());
-#else
-    return autostartEntryPath(homeFolder(), environmentValue("XDG_CONFIG_HOME"));
-#endif
-}
-
 bool StartupManager::isEnabled() {
     std::error_code error;
     return fs::exists(launchAgentURL(), error);
 }
 
-std::optional<fs::path> StartupManager::runningExecutable() {
-#if defined(__APPLE__)
-    std::uint32_t size = 0;
-    _NSGetExecutablePath(nullptr, &size);
-    std::string buffer(size, '\0');
-    if (size == 0 || _NSGetExecutablePath(buffer.data(), &size) != 0) {
-        return std::nullopt;
+fs::path StartupManager::homeFolder() {
+    if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0') {
+        return home;
     }
-    std::error_code error;
-    const fs::path resolved = fs::canonical(buffer.c_str(), error);
-    return error ? std::nullopt : std::optional<fs::path>(resolved);
-#else
-    std::error_code error;
-    const fs::path resolved = fs::read_symlink("/proc/self/exe", error);
-    if (error || !resolved.is_absolute()) {
-        return std::nullopt;
+    if (const passwd* entry = getpwuid(getuid()); entry != nullptr && entry->pw_dir != nullptr) {
+        return entry->pw_dir;
     }
-    return resolved;
-#endif
+    return {};
 }
 
 std::string StartupManager::launchAgentPropertyList(const fs::path& executable) {

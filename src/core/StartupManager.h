@@ -30,7 +30,8 @@ public:
     static constexpr const char* label = "com.quillix.companion";
     static constexpr const char* backgroundArgument = "--background";
 
-    // Where this platform's registration file lives (named after the launch agent it is on Apple).
+    // Where this platform's registration file lives (named after the launch agent it is on Apple). Defined
+    // with runningExecutable() in the platform's own source (macos/, linux/).
     static std::filesystem::path launchAgentURL();
 
     // True when a file exists at launchAgentURL(), whatever its content.
@@ -48,8 +49,12 @@ public:
     static std::error_code writeRegistration(const std::optional<std::filesystem::path>& executable,
                                              const std::filesystem::path& file);
 
-    // The absolute path of the running executable, when the system tells it.
+    // The absolute path of the running executable, when the system tells it (inside an application bundle:
+    // the bundle's Contents/MacOS/Keyferry).
     static std::optional<std::filesystem::path> runningExecutable();
+
+    // The current user's home folder: $HOME when set, else the password database's entry; empty when neither.
+    static std::filesystem::path homeFolder();
 
     // The two registration formats, both available everywhere so that both can be checked anywhere.
     static std::string launchAgentPropertyList(const std::filesystem::path& executable);

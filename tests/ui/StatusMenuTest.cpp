@@ -60,6 +60,8 @@ TEST_F(StatusMenuTest, TrayItemCarriesTheSymbolAndTheMenu) {
     AppDelegate& delegate = shell.launch({QStringLiteral("--background")});
     ASSERT_NE(delegate.statusItem, nullptr);
     EXPECT_FALSE(delegate.statusItem->icon().isNull());
+    // A mask, so that a desktop that recolours tray icons (the macOS menu bar) draws it as a template.
+    EXPECT_TRUE(delegate.statusItem->icon().isMask());
     EXPECT_EQ(delegate.statusItem->toolTip(), QStringLiteral("Keyferry"));
     EXPECT_EQ(delegate.statusItem->contextMenu(), delegate.statusMenu.get());
 }
