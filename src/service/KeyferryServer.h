@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ApiRouter.h"
+#include "ClientLimits.h"
 #include "ComputerConnections.h"
 #include "ServerOptions.h"
 #include "ServiceClock.h"
@@ -48,6 +49,7 @@ private:
     std::unique_ptr<Storage> storage_;
     ComputerConnections connections_;
     ServiceCore core_;
+    ClientLimits clientLimits_;
     std::unique_ptr<ApiRouter> router_;
     std::shared_ptr<Listener> listener_;
     std::unique_ptr<boost::asio::signal_set> signals_;

@@ -17,7 +17,7 @@ TlsStream::TlsStream(boost::asio::ip::tcp::socket&& socket, boost::asio::ssl::co
 }
 
 TlsStream::TlsStream(TlsStream&& other) noexcept
-    : socket_(std::move(other.socket_)), ssl_(std::exchange(other.ssl_, nullptr)) {}
+    : socket_(std::move(other.socket_)), ssl_(std::exchange(other.ssl_, nullptr)), lease_(std::move(other.lease_)) {}
 
 TlsStream::~TlsStream() {
     if (ssl_) {
