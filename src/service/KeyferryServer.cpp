@@ -48,9 +48,9 @@ std::string readFile(const std::filesystem::path& path) {
 } // namespace
 
 KeyferryServer::KeyferryServer(const ServerOptions& options, ServiceClock& clock)
-    : tls_(boost::asio::ssl::context::tls_server), storage_(openStorage(options.dataFolder)),
-      core_(clock, *storage_, connections_.events()),
-      clientLimits_(options.connectionsPerClient, options.handshakesPerClient) {
+    : clientLimits_(options.connectionsPerClient, options.handshakesPerClient),
+      tls_(boost::asio::ssl::context::tls_server), storage_(openStorage(options.dataFolder)),
+      core_(clock, *storage_, connections_.events()) {
     // OpenSSL writes to the sockets itself, without MSG_NOSIGNAL: a peer that hangs up mid-write must end
     // that connection with EPIPE, not the whole process.
     std::signal(SIGPIPE, SIG_IGN);

@@ -43,13 +43,14 @@ public:
 private:
     void configureTls(const std::filesystem::path& chain, const std::filesystem::path& key);
 
+    // Before the io_context: connections still pending when it is destroyed give their places back here.
+    ClientLimits clientLimits_;
     boost::asio::io_context io_{1};
     boost::asio::ssl::context tls_;
     std::filesystem::path authorityFile_;
     std::unique_ptr<Storage> storage_;
     ComputerConnections connections_;
     ServiceCore core_;
-    ClientLimits clientLimits_;
     std::unique_ptr<ApiRouter> router_;
     std::shared_ptr<Listener> listener_;
     std::unique_ptr<boost::asio::signal_set> signals_;

@@ -94,5 +94,24 @@ TEST_F(RequestChecksTest, NamesWithInvisibleOrDirectionControlsAreRefused) {
     EXPECT_EQ(client.post("/v1/computers/pair/start", "", json{{"name", "Büro · 办公室 ✓"}, {"platform", "linux"}}).status, 200);
 }
 
+// Connections still open when the server goes give their places among their client's back while the
+// server ends; under AddressSanitizer this catches a place given back to a counter already gone.
+TEST(ServerStopTest, StopsWhileClientsHoldConnectionsAndHandshakes) {
+    TempFolder folder;
+    ManualClock clock{1'800'000'000'000};
+    auto server = std::make_unique<TestServer>(folder.path(), clock);
+    boost::asio::io_context io;
+    boost::asio::ssl::context tls(boost::asio::ssl::context::tls_client);
+    tls.load_verify_file(server->authority().string());
+    boost::asio::ssl::stream<boost::asio::ip::tcp::socket> kept(io, tls);
+    kept.next_layer().connect({boost::asio::ip::make_address("127.0.0.1"), server->port()});
+    kept.handshake(boost::asio::ssl::stream_base::client);
+    boost::asio::ip::tcp::socket silent(io);
+    silent.connect({boost::asio::ip::make_address("127.0.0.1"), server->port()});
+    // The server has surely accepted both once it answers a third connection.
+    EXPECT_EQ(HttpsClient(server->port(), server->authority()).get("/").status, 200);
+    server.reset();
+}
+
 } // namespace
 } // namespace keyferry::service
