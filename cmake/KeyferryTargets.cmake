@@ -8,6 +8,10 @@ function(keyferry_compile_options target)
                                                  -fno-sanitize-recover=undefined)
         target_link_options(${target} PRIVATE -fsanitize=address,undefined)
     endif()
+    if(KEYFERRY_FUZZ)
+        # Coverage for libFuzzer's guidance; the fuzz targets add the fuzzer's own main at link time.
+        target_compile_options(${target} PRIVATE -fsanitize=fuzzer-no-link)
+    endif()
 endfunction()
 
 # A GoogleTest executable registered with ctest under one label.

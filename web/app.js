@@ -108,7 +108,7 @@
     event.preventDefault();
     const code = view.code.value.replace(/\D/g, "");
     const name = view.phoneName.value.trim();
-    if (code.length !== 6) return notice("The pairing code has six digits.", true);
+    if (code.length !== 9) return notice("The pairing code has nine digits.", true);
     if (!name) return notice("Give this phone a name, so you can recognise it on your computer.", true);
     view.pairButton.disabled = true;
     try {
@@ -252,7 +252,7 @@
   view.text.addEventListener("keydown", (event) => {
     if (event.key === "Enter" && (event.ctrlKey || event.metaKey)) send(event);
   });
-  view.code.addEventListener("input", () => { view.code.value = view.code.value.replace(/\D/g, "").slice(0, 6); });
+  view.code.addEventListener("input", () => { view.code.value = view.code.value.replace(/\D/g, "").slice(0, 9); });
   view.unpair.addEventListener("click", unpair);
   view.remove.addEventListener("click", removeComputer);
   document.addEventListener("visibilitychange", () => { if (!document.hidden) schedulePoll(0); });

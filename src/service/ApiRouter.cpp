@@ -1,5 +1,6 @@
 #include "ApiRouter.h"
 
+#include "ServiceLog.h"
 #include "WebAssets.h"
 
 #include <optional>
@@ -29,6 +30,24 @@ std::optional<std::string> stringField(const json& body, const char* key, std::o
         return fallback;
     }
     return found->is_string() ? std::optional<std::string>(found->get<std::string>()) : std::nullopt;
+}
+
+// The requests that carry a JSON body. Each must say so: a web page of another origin may send
+// text/plain without asking the browser's permission, but not application/json.
+bool takesJsonBody(const ApiRouter::Request& request, std::string_view path) {
+    return request.method() == http::verb::post &&
+           (path == "/v1/computers/pair/start" || path == "/v1/computers/phones/remove" ||
+            path == "/v1/phones/pair" || path == "/v1/phones/texts");
+}
+
+// Whether the request declares "application/json" (parameters such as charset allowed).
+bool declaresJson(const ApiRouter::Request& request) {
+    std::string_view type = request[http::field::content_type];
+    type = type.substr(0, type.find(';'));
+    while (!type.empty() && (type.back() == ' ' || type.back() == '\t')) {
+        type.remove_suffix(1);
+    }
+    return boost::beast::iequals(type, "application/json");
 }
 
 ApiReply badBody(const char* expected) { return ApiReply::error(400, std::string("The body must be ") + expected + "."); }
@@ -70,7 +89,9 @@ ApiRouter::Response ApiRouter::handle(const Request& request, const std::string&
     }
     try {
         return jsonResponse(request, route(request, clientAddress));
-    } catch (const std::exception&) {
+    } catch (const std::exception& error) {
+        // Most likely the database (disk full, locked, damaged); the message names the cause, not the data.
+        ServiceLog::error(std::string("a request failed: ") + error.what());
         return errorResponse(request, 500, "The service could not complete the request.");
     }
 }
@@ -97,6 +118,9 @@ ApiRouter::Response ApiRouter::errorResponse(const Request& request, int status,
 ApiReply ApiRouter::route(const Request& request, const std::string& clientAddress) {
     const std::string_view target = request.target();
     const std::string_view path = target.substr(0, target.find('?'));
+    if (takesJsonBody(request, path) && !declaresJson(request)) {
+        return ApiReply::error(415, "The body must be JSON sent with \"Content-Type: application/json\".");
+    }
     if (path.starts_with(computerPrefix)) {
         return routeComputer(request, path.substr(computerPrefix.size()), clientAddress);
     }

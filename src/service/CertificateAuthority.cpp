@@ -1,12 +1,16 @@
 #include "CertificateAuthority.h"
 
+#include "ServiceLog.h"
+
+#include <boost/asio/ip/address.hpp>
+
 #include <openssl/bn.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/x509v3.h>
 
 #include <algorithm>
-#include <cctype>
+#include <optional>
 #include <cstdio>
 #include <fstream>
 #include <memory>
@@ -77,14 +81,20 @@ CertificatePtr readCertificate(const std::filesystem::path& path) {
     return certificate;
 }
 
-void addExtension(X509* certificate, X509* issuer, int nid, const std::string& value) {
+using ExtensionPtr = std::unique_ptr<X509_EXTENSION, OpenSslDeleter<X509_EXTENSION_free>>;
+
+ExtensionPtr newExtension(X509* certificate, X509* issuer, int nid, const std::string& value) {
     X509V3_CTX context;
     X509V3_set_ctx_nodb(&context);
     X509V3_set_ctx(&context, issuer, certificate, nullptr, nullptr, 0);
-    std::unique_ptr<X509_EXTENSION, OpenSslDeleter<X509_EXTENSION_free>> extension(
-        X509V3_EXT_conf_nid(nullptr, &context, nid, value.c_str()));
+    ExtensionPtr extension(X509V3_EXT_conf_nid(nullptr, &context, nid, value.c_str()));
     require(extension != nullptr, "an extension");
-    require(X509_add_ext(certificate, extension.get(), -1) == 1, "adding an extension");
+    return extension;
+}
+
+void addExtension(X509* certificate, X509* issuer, int nid, const std::string& value) {
+    require(X509_add_ext(certificate, newExtension(certificate, issuer, nid, value).get(), -1) == 1,
+            "adding an extension");
 }
 
 void setName(X509* certificate, const std::string& commonName) {
@@ -112,23 +122,48 @@ void sign(X509* certificate, EVP_PKEY* issuerKey) {
     require(X509_sign(certificate, issuerKey, EVP_sha256()) > 0, "signing");
 }
 
+// The address `host` names, when it is an IP address rather than a DNS name.
+std::optional<boost::asio::ip::address> addressOf(const std::string& host) {
+    boost::system::error_code error;
+    const auto address = boost::asio::ip::make_address(host, error);
+    return error ? std::nullopt : std::optional(address);
+}
+
 std::string subjectAltNames(const std::vector<std::string>& hostNames) {
     std::string names;
     for (const std::string& host : hostNames) {
-        const bool isAddress = host.find(':') != std::string::npos ||
-                               std::all_of(host.begin(), host.end(), [](char c) { return c == '.' || std::isdigit(static_cast<unsigned char>(c)); });
-        names += (names.empty() ? "" : ",") + std::string(isAddress ? "IP:" : "DNS:") + host;
+        names += (names.empty() ? "" : ",") + std::string(addressOf(host) ? "IP:" : "DNS:") + host;
     }
     return names;
 }
 
-void makeAuthority(const CertificateAuthority::Files& files, const std::filesystem::path& keyPath) {
+// The authority's name constraints: it may vouch for these names (and, for a DNS name, the names under
+// it) and these single addresses, nothing else. Clients enforce them, so the authority key cannot be
+// used to impersonate any other site to a phone that trusts it.
+std::string permittedSubtrees(const std::vector<std::string>& hostNames) {
+    std::string subtrees = "critical";
+    for (const std::string& host : hostNames) {
+        const auto address = addressOf(host);
+        if (!address) {
+            subtrees += ",permitted;DNS:" + host;
+        } else if (address->is_v4()) {
+            subtrees += ",permitted;IP:" + host + "/255.255.255.255";
+        } else {
+            subtrees += ",permitted;IP:" + host + "/ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff";
+        }
+    }
+    return subtrees;
+}
+
+void makeAuthority(const CertificateAuthority::Files& files, const std::filesystem::path& keyPath,
+                   const std::string& constraints) {
     KeyPtr key = newKey();
     CertificatePtr certificate = newCertificate(key.get(), "Keyferry local authority", authorityLifetimeDays);
     X509_set_issuer_name(certificate.get(), X509_get_subject_name(certificate.get()));
     addExtension(certificate.get(), certificate.get(), NID_basic_constraints, "critical,CA:TRUE,pathlen:0");
     addExtension(certificate.get(), certificate.get(), NID_key_usage, "critical,keyCertSign,cRLSign");
     addExtension(certificate.get(), certificate.get(), NID_subject_key_identifier, "hash");
+    addExtension(certificate.get(), certificate.get(), NID_name_constraints, constraints);
     sign(certificate.get(), key.get());
     writeKey(keyPath, key.get());
     writeCertificates(files.authority, {certificate.get()});
@@ -169,23 +204,60 @@ bool serverCertificateIsCurrent(const CertificateAuthority::Files& files, const 
     return X509_cmp_time(X509_get0_notAfter(certificate.get()), &renewal) > 0;
 }
 
+// Whether the authority matches its key and carries exactly `constraints`, marked critical.
+bool authorityIsCurrent(const std::filesystem::path& authorityPath, const std::filesystem::path& keyPath,
+                        const std::string& constraints) {
+    CertificatePtr authority = readCertificate(authorityPath);
+    KeyPtr key = readKey(keyPath);
+    const int index = X509_get_ext_by_NID(authority.get(), NID_name_constraints, -1);
+    if (X509_check_private_key(authority.get(), key.get()) != 1 || index < 0) {
+        return false;
+    }
+    X509_EXTENSION* actual = X509_get_ext(authority.get(), index);
+    const ExtensionPtr expected = newExtension(authority.get(), authority.get(), NID_name_constraints, constraints);
+    return X509_EXTENSION_get_critical(actual) == 1 &&
+           ASN1_OCTET_STRING_cmp(X509_EXTENSION_get_data(actual), X509_EXTENSION_get_data(expected.get())) == 0;
+}
+
+// Makes a new authority unless the one in the folder is limited to exactly `constraints`. Replacing an
+// authority phones already trust is worth a warning: they must install the new one.
+void ensureAuthority(const CertificateAuthority::Files& files, const std::filesystem::path& folder,
+                     const std::string& constraints) {
+    const std::filesystem::path authorityKey = folder / "ca-key.pem";
+    const bool exists = std::filesystem::exists(files.authority) && std::filesystem::exists(authorityKey);
+    if (exists && authorityIsCurrent(files.authority, authorityKey, constraints)) {
+        return;
+    }
+    makeAuthority(files, authorityKey, constraints);
+    std::filesystem::remove(files.chain);
+    if (exists) {
+        ServiceLog::warning("the certificate authority was issued again for the service's new names and addresses; "
+                            "phones must install the new " + files.authority.string() + " (served at /ca.pem) again, "
+                            "and the application must be built with it");
+    } else {
+        ServiceLog::info("made a certificate authority: " + files.authority.string());
+    }
+}
+
 } // namespace
+
+void CertificateAuthority::prepareFolder(const std::filesystem::path& folder) {
+    std::filesystem::create_directories(folder);
+    std::filesystem::permissions(folder, std::filesystem::perms::owner_all, std::filesystem::perm_options::replace);
+}
 
 CertificateAuthority::Files CertificateAuthority::ensure(const std::filesystem::path& folder,
                                                          const std::vector<std::string>& extraHostNames) {
-    std::filesystem::create_directories(folder);
+    prepareFolder(folder);
     const Files files{folder / "ca.pem", folder / "server.pem", folder / "server-key.pem"};
-    const std::filesystem::path authorityKey = folder / "ca-key.pem";
-    if (!std::filesystem::exists(files.authority) || !std::filesystem::exists(authorityKey)) {
-        makeAuthority(files, authorityKey);
-        std::filesystem::remove(files.chain);
-    }
     std::vector<std::string> hostNames{"localhost", "127.0.0.1", "::1"};
     for (const std::string& host : extraHostNames) {
         if (!host.empty() && std::find(hostNames.begin(), hostNames.end(), host) == hostNames.end()) {
             hostNames.push_back(host);
         }
     }
+    ensureAuthority(files, folder, permittedSubtrees(hostNames));
+    const std::filesystem::path authorityKey = folder / "ca-key.pem";
     const std::string names = subjectAltNames(hostNames);
     const std::filesystem::path namesPath = folder / "server-names.txt";
     if (!serverCertificateIsCurrent(files, namesPath, names)) {

@@ -1,5 +1,6 @@
 #include "HttpSession.h"
 
+#include "ClientAddress.h"
 #include "ComputerConnections.h"
 #include "ComputerSocket.h"
 
@@ -19,25 +20,22 @@ namespace http = beast::http;
 constexpr auto handshakeTimeout = std::chrono::seconds(15);
 constexpr auto requestTimeout = std::chrono::seconds(30);
 
-std::string addressOf(const boost::asio::ip::tcp::socket& socket) {
-    beast::error_code error;
-    const auto endpoint = socket.remote_endpoint(error);
-    return error ? std::string("unknown") : endpoint.address().to_string();
-}
-
 } // namespace
 
 HttpSession::HttpSession(boost::asio::ip::tcp::socket&& socket, boost::asio::ssl::context& tls, ApiRouter& router,
                          ServiceCore& core, ComputerConnections& connections)
     : stream_(std::move(socket), tls), deadline_(stream_.get_executor()), router_(router), core_(core), connections_(connections),
-      clientAddress_(addressOf(stream_.socket())) {}
+      clientAddress_(ClientAddress::ofPeer(stream_.socket())) {}
 
-void HttpSession::start() {
+void HttpSession::start(std::shared_ptr<const void> connection, std::shared_ptr<const void> handshake) {
+    stream_.holdWhileOpen(std::move(connection));
+    handshakeLease_ = std::move(handshake);
     armDeadline(handshakeTimeout);
     stream_.async_handshake([self = shared_from_this()](beast::error_code error) { self->onHandshake(error); });
 }
 
 void HttpSession::onHandshake(beast::error_code error) {
+    handshakeLease_.reset();
     if (!error) {
         readRequest();
     }

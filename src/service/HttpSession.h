@@ -31,7 +31,9 @@ public:
     HttpSession(boost::asio::ip::tcp::socket&& socket, boost::asio::ssl::context& tls, ApiRouter& router,
                 ServiceCore& core, ComputerConnections& connections);
 
-    void start();
+    // Starts the handshake; `connection` is held for the connection's life (socket included), `handshake`
+    // until the handshake ends.
+    void start(std::shared_ptr<const void> connection, std::shared_ptr<const void> handshake);
 
 private:
     void onHandshake(boost::beast::error_code error);
@@ -56,6 +58,7 @@ private:
     std::optional<boost::beast::http::request_parser<boost::beast::http::string_body>> parser_;
     std::optional<ApiRouter::Response> response_;
     bool drainAfterResponse_ = false;
+    std::shared_ptr<const void> handshakeLease_;
 };
 
 } // namespace keyferry::service

@@ -2,6 +2,7 @@
 
 #include "CertificateAuthority.h"
 #include "Listener.h"
+#include "ServiceLog.h"
 #include "SqliteStorage.h"
 
 #include <boost/asio/post.hpp>
@@ -11,16 +12,30 @@
 
 #include <chrono>
 #include <csignal>
+#include <fcntl.h>
+#include <unistd.h>
 #include <fstream>
 #include <sstream>
 
 namespace keyferry::service {
 namespace {
 
+// The database holds credentials' hashes and people's texts: its folder and files are the owner's only.
+// SQLite gives the WAL and SHM files the database file's mode, so the database is made 0600 first.
 std::unique_ptr<Storage> openStorage(const std::filesystem::path& folder) {
-    std::filesystem::create_directories(folder);
-    std::filesystem::permissions(folder, std::filesystem::perms::owner_all, std::filesystem::perm_options::replace);
-    return std::make_unique<SqliteStorage>((folder / "keyferry.sqlite3").string());
+    CertificateAuthority::prepareFolder(folder);
+    const std::filesystem::path database = folder / "keyferry.sqlite3";
+    constexpr auto ownerOnly = std::filesystem::perms::owner_read | std::filesystem::perms::owner_write;
+    if (const int made = ::open(database.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600); made >= 0) {
+        ::close(made);
+    }
+    for (const char* suffix : {"", "-wal", "-shm"}) {
+        const std::filesystem::path file = database.string() + suffix;
+        if (std::filesystem::exists(file)) {
+            std::filesystem::permissions(file, ownerOnly, std::filesystem::perm_options::replace);
+        }
+    }
+    return std::make_unique<SqliteStorage>(database.string());
 }
 
 std::string readFile(const std::filesystem::path& path) {
@@ -33,7 +48,8 @@ std::string readFile(const std::filesystem::path& path) {
 } // namespace
 
 KeyferryServer::KeyferryServer(const ServerOptions& options, ServiceClock& clock)
-    : tls_(boost::asio::ssl::context::tls_server), storage_(openStorage(options.dataFolder)),
+    : clientLimits_(options.connectionsPerClient, options.handshakesPerClient),
+      tls_(boost::asio::ssl::context::tls_server), storage_(openStorage(options.dataFolder)),
       core_(clock, *storage_, connections_.events()) {
     // OpenSSL writes to the sockets itself, without MSG_NOSIGNAL: a peer that hangs up mid-write must end
     // that connection with EPIPE, not the whole process.
@@ -50,7 +66,7 @@ KeyferryServer::KeyferryServer(const ServerOptions& options, ServiceClock& clock
     router_ = std::make_unique<ApiRouter>(core_, readFile(authorityFile_));
     const boost::asio::ip::tcp::endpoint endpoint(boost::asio::ip::make_address(options.listenHost),
                                                   options.listenPort);
-    listener_ = std::make_shared<Listener>(io_, tls_, endpoint, *router_, core_, connections_);
+    listener_ = std::make_shared<Listener>(io_, tls_, endpoint, *router_, core_, connections_, clientLimits_);
     listener_->start();
 }
 
@@ -59,6 +75,11 @@ KeyferryServer::~KeyferryServer() = default;
 void KeyferryServer::configureTls(const std::filesystem::path& chain, const std::filesystem::path& key) {
     SSL_CTX* context = tls_.native_handle();
     SSL_CTX_set_min_proto_version(context, TLS1_2_VERSION);
+    // TLS 1.2 with authenticated encryption only (TLS 1.3 has nothing else): no CBC suites and their
+    // padding-oracle history.
+    if (SSL_CTX_set_cipher_list(context, "ECDHE+AESGCM:ECDHE+CHACHA20") != 1) {
+        throw std::runtime_error("TLS set-up failed: no AEAD cipher suites");
+    }
     // Idle connections give their TLS record buffers back; this is what lets thousands of computers stay.
     SSL_CTX_set_mode(context, SSL_MODE_RELEASE_BUFFERS);
     // A peer that vanishes without close_notify is an ordinary end here; renegotiation would let a write
@@ -98,9 +119,10 @@ void KeyferryServer::run() {
         try {
             io_.run();
             return;
-        } catch (const std::exception&) {
+        } catch (const std::exception& error) {
             // A handler failed (for example the database refused a write); that connection is dropped and
             // the service keeps serving the others.
+            ServiceLog::error(std::string("a connection was dropped after an error: ") + error.what());
         }
     }
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ApiRouter.h"
+#include "ClientLimits.h"
 #include "ComputerConnections.h"
 #include "ServerOptions.h"
 #include "ServiceClock.h"
@@ -45,6 +46,8 @@ private:
     // Deletes expired texts now and then every hour.
     void expireTextsHourly();
 
+    // Before the io_context: connections still pending when it is destroyed give their places back here.
+    ClientLimits clientLimits_;
     boost::asio::io_context io_{1};
     boost::asio::ssl::context tls_;
     std::filesystem::path authorityFile_;

@@ -62,15 +62,15 @@ std::string newId() {
 }
 
 std::string newPairCode() {
-    // Rejection sampling keeps every code equally likely: 4,294,000,000 is a multiple of 1,000,000.
-    constexpr std::uint32_t limit = 4'294'000'000U;
+    // Rejection sampling keeps every code equally likely: 4,000,000,000 is a multiple of 1,000,000,000.
+    constexpr std::uint32_t limit = 4'000'000'000U;
     for (;;) {
         const auto bytes = randomBytes<4>();
         const std::uint32_t value = (std::uint32_t{bytes[0]} << 24) | (std::uint32_t{bytes[1]} << 16) |
                                     (std::uint32_t{bytes[2]} << 8) | std::uint32_t{bytes[3]};
         if (value < limit) {
-            std::string code = std::to_string(value % 1'000'000U);
-            return std::string(6 - code.size(), '0') + code;
+            std::string code = std::to_string(value % 1'000'000'000U);
+            return std::string(9 - code.size(), '0') + code;
         }
     }
 }

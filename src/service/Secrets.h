@@ -13,7 +13,7 @@ namespace Secrets {
 std::string newToken(std::string_view prefix);
 // An identifier: 128 random bits as lowercase hex.
 std::string newId();
-// Six decimal digits, uniformly drawn.
+// Nine decimal digits, uniformly drawn.
 std::string newPairCode();
 // What the database keeps of a token: the lowercase hex SHA-256 of its text.
 std::string tokenHash(std::string_view token);

@@ -40,6 +40,17 @@ std::optional<std::string> hostOfUrl(const std::string& url) {
     return authority.empty() ? std::nullopt : std::optional(authority);
 }
 
+// A count from 1 to a million; nothing when malformed.
+std::optional<std::size_t> positiveCount(const std::string& text) {
+    std::size_t count = 0;
+    const char* end = text.data() + text.size();
+    const auto [last, error] = std::from_chars(text.data(), end, count);
+    if (error != std::errc() || last != end || count == 0 || count > 1'000'000) {
+        return std::nullopt;
+    }
+    return count;
+}
+
 } // namespace
 
 std::variant<ServerOptions, std::string> ServerOptions::parse(const std::vector<std::string>& arguments) {
@@ -79,6 +90,12 @@ std::variant<ServerOptions, std::string> ServerOptions::parse(const std::vector<
             options.hostNames.push_back(*host);
         } else if (name == "--host-name") {
             options.hostNames.push_back(value);
+        } else if (name == "--max-connections-per-client" || name == "--max-handshakes-per-client") {
+            const auto count = positiveCount(value);
+            if (!count) {
+                return name + " takes a number from 1 to 1000000";
+            }
+            (name == "--max-connections-per-client" ? options.connectionsPerClient : options.handshakesPerClient) = *count;
         } else {
             return "unknown option " + name + "\n" + usage();
         }
@@ -92,12 +109,15 @@ std::variant<ServerOptions, std::string> ServerOptions::parse(const std::vector<
 std::string ServerOptions::usage() {
     return "usage: keyferry-service [--listen HOST:PORT] [--data DIR] [--cert FILE --key FILE]\n"
            "                        [--public-url https://HOST:PORT] [--host-name NAME]... [--init]\n"
+           "                        [--max-connections-per-client N] [--max-handshakes-per-client N]\n"
            "  --listen      address to listen on (default 127.0.0.1:8443; use 0.0.0.0:8443 for phones on the LAN)\n"
            "  --data        data folder (default $XDG_DATA_HOME/keyferry-service)\n"
            "  --cert/--key  serve this PEM certificate chain and key instead of the service's own\n"
            "  --public-url  the address phones open; its host goes into the service's certificate\n"
            "  --host-name   another name or address for the service's certificate (repeatable)\n"
-           "  --init        prepare the data folder and certificates, print the authority's path, and exit\n";
+           "  --init        prepare the data folder and certificates, print the authority's path, and exit\n"
+           "  --max-connections-per-client  connections one client address (IPv6: one /64) may hold (default 256)\n"
+           "  --max-handshakes-per-client   TLS handshakes in progress one client may have (default 16)\n";
 }
 
 std::filesystem::path ServerOptions::defaultDataFolder() {

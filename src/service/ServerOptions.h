@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ClientLimits.h"
+
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -16,6 +18,7 @@ namespace keyferry::service {
 //   --public-url URL    the https address phones use; its host is added to the server certificate
 //   --host-name NAME    another host name or address for the server certificate (repeatable)
 //   --init              prepare the data folder and certificates, print the authority's path, and exit
+//   --max-connections-per-client N, --max-handshakes-per-client N  each client's share (ClientLimits)
 struct ServerOptions {
     std::string listenHost = "127.0.0.1";
     unsigned short listenPort = 8443;
@@ -25,6 +28,8 @@ struct ServerOptions {
     std::optional<std::string> publicUrl;
     std::vector<std::string> hostNames;
     bool initOnly = false;
+    std::size_t connectionsPerClient = ClientLimits::defaultConnectionsPerClient;
+    std::size_t handshakesPerClient = ClientLimits::defaultHandshakesPerClient;
 
     // The options, or the text of what is wrong with the arguments (or the usage for --help).
     static std::variant<ServerOptions, std::string> parse(const std::vector<std::string>& arguments);

@@ -1,5 +1,6 @@
 #include "ServiceCore.h"
 
+#include "ClientAddress.h"
 #include "Secrets.h"
 #include "Utf8.h"
 
@@ -38,8 +39,25 @@ bool isValidField(std::string_view value, std::size_t minimum, std::size_t maxim
     return length && *length >= minimum && *length <= maximum && !Utf8::hasControlCharacter(value);
 }
 
-bool isSixDigits(std::string_view code) {
-    return code.size() == 6 && std::all_of(code.begin(), code.end(), [](char c) { return c >= '0' && c <= '9'; });
+constexpr std::size_t codeDigitCount = 9;
+
+// The digits of a code as a phone sends it (spaces and hyphens between groups allowed), or nothing when
+// it is not nine digits.
+std::optional<std::string> codeDigits(std::string_view code) {
+    std::string digits;
+    for (const char c : code) {
+        if (c >= '0' && c <= '9') {
+            digits.push_back(c);
+        } else if (c != ' ' && c != '-') {
+            return std::nullopt;
+        }
+    }
+    return digits.size() == codeDigitCount ? std::optional(digits) : std::nullopt;
+}
+
+// A code as the computer shows it: three groups of three digits, easier to read out and to type.
+std::string shownCode(const std::string& digits) {
+    return digits.substr(0, 3) + ' ' + digits.substr(3, 3) + ' ' + digits.substr(6);
 }
 
 const char* textState(const TextRecord& text) {
@@ -78,19 +96,23 @@ ApiReply tooMany(const std::string& message, std::int64_t retryAfterMs) {
 } // namespace
 
 ServiceCore::ServiceCore(ServiceClock& clock, Storage& storage, ServiceEvents events)
-    : clock_(clock), storage_(storage), events_(std::move(events)), pairFailures_(pairFailuresPerAddress, minuteMs),
-      pairStarts_(pairStartsPerAddress, minuteMs) {}
+    : clock_(clock), storage_(storage), events_(std::move(events)),
+      wrongCodesByClient_(wrongCodesPerClient, wrongCodesPerClientWindowMs),
+      wrongCodesOverall_(wrongCodesOverall, wrongCodesOverallWindowMs), pairStarts_(pairStartsPerAddress, minuteMs) {}
 
 ApiReply ServiceCore::startPairing(std::string_view name, std::string_view platform, const std::string& address) {
     const std::int64_t now = clock_.nowMs();
     if (!isValidField(name, 1, maxNameCharacters) || !isValidField(platform, 1, maxShortFieldCharacters)) {
         return ApiReply::error(400, "A computer needs a name (up to 100 characters) and a platform.");
     }
-    if (!pairStarts_.allows(address, now)) {
-        return tooMany("Too many pairing requests from this address. Try again in a minute.",
-                       pairStarts_.retryAfterMs(address, now));
+    const std::string client = ClientAddress::limitKey(address);
+    if (!pairStarts_.allows(client, now)) {
+        return refused(client, "too many new computers",
+                       tooMany("Too many pairing requests from this address. Try again in a minute.",
+                               pairStarts_.retryAfterMs(client, now)),
+                       now);
     }
-    pairStarts_.record(address, now);
+    pairStarts_.record(client, now);
     storage_.deleteAbandonedComputers(now - dayMs);
 
     const ComputerRecord computer{Secrets::newId(), std::string(name), std::string(platform), ComputerStatus::pending,
@@ -124,7 +146,7 @@ ApiReply ServiceCore::issueCode(const ComputerRecord& computer, std::optional<st
     code.serial = storage_.insertPairCode(code);
 
     json body{{"computerId", computer.id},
-              {"pairCode", code.code},
+              {"pairCode", shownCode(code.code)},
               {"expiresAt", code.expiresAt},
               {"status", statusText(computer, code, now)},
               {"platform", computer.platform}};
@@ -198,22 +220,26 @@ std::optional<std::string> ServiceCore::authenticateComputer(std::string_view co
 ApiReply ServiceCore::pairPhone(std::string_view code, std::string_view name, std::string_view platform,
                                 std::string_view appVersion, const std::string& address) {
     const std::int64_t now = clock_.nowMs();
-    if (!pairFailures_.allows(address, now)) {
-        return tooMany("Too many wrong pairing codes. Try again in a minute.", pairFailures_.retryAfterMs(address, now));
+    const std::string client = ClientAddress::limitKey(address);
+    if (auto refusal = guessingRefusal(client, now)) {
+        return *refusal;
     }
-    if (!isSixDigits(code)) {
-        return ApiReply::error(400, "The pairing code is six digits.");
+    const auto digits = codeDigits(code);
+    if (!digits) {
+        return ApiReply::error(400, "The pairing code is nine digits.");
     }
     if (!isValidField(name, 1, maxNameCharacters) || !isValidField(platform, 1, maxShortFieldCharacters) ||
         !isValidField(appVersion, 0, maxShortFieldCharacters)) {
         return ApiReply::error(400, "A phone needs a name (up to 100 characters), a platform and an app version.");
     }
     const auto live = storage_.livePairCodes(now);
-    const auto match = std::find_if(live.begin(), live.end(), [&](const PairCodeRecord& c) { return c.code == code; });
+    const auto match = std::find_if(live.begin(), live.end(), [&](const PairCodeRecord& c) { return c.code == *digits; });
     const auto computer = match == live.end() ? std::nullopt : storage_.computer(match->computerId);
     if (!computer || computer->status == ComputerStatus::revoked) {
-        pairFailures_.record(address, now);
-        countWrongTry(now);
+        // Counted against the guesser and the service as a whole, never against live codes: a stranger's
+        // wrong code must not take a code away from the phone it was shown for.
+        wrongCodesByClient_.record(client, now);
+        wrongCodesOverall_.record({}, now);
         return ApiReply::error(404, "This pairing code is wrong or has expired.");
     }
 
@@ -234,15 +260,30 @@ ApiReply ServiceCore::pairPhone(std::string_view code, std::string_view name, st
                          {"computerName", computer->name}});
 }
 
-// A wrong code cannot be told apart from a guess at any live code, so it counts against all of them.
-void ServiceCore::countWrongTry(std::int64_t now) {
-    storage_.transaction([&] {
-        for (PairCodeRecord code : storage_.livePairCodes(now)) {
-            ++code.wrongTries;
-            code.withdrawn = code.wrongTries >= wrongTriesPerCode;
-            storage_.updatePairCode(code);
-        }
-    });
+// Why `client` may not try a code now, if it may not. Every attempt is refused while the client or the
+// service as a whole is over its allowance of wrong codes, the right code included: otherwise the limits
+// would not bound guessing.
+std::optional<ApiReply> ServiceCore::guessingRefusal(const std::string& client, std::int64_t now) {
+    if (!wrongCodesByClient_.allows(client, now)) {
+        return refused(client, "too many wrong pairing codes from this client",
+                       tooMany("Too many wrong pairing codes from this network. Try again later.",
+                               wrongCodesByClient_.retryAfterMs(client, now)),
+                       now);
+    }
+    if (!wrongCodesOverall_.allows({}, now)) {
+        return refused("everyone", "too many wrong pairing codes on the whole service",
+                       tooMany("Too many wrong pairing codes were entered on this service. Try again in a minute.",
+                               wrongCodesOverall_.retryAfterMs({}, now)),
+                       now);
+    }
+    return std::nullopt;
+}
+
+ApiReply ServiceCore::refused(const std::string& client, const char* reason, ApiReply reply, std::int64_t now) {
+    if (logThrottle_.allows(client + '|' + reason, now)) {
+        ServiceLog::warning("refused " + client + ": " + reason + " (answered 429; logged once a minute)");
+    }
+    return reply;
 }
 
 ApiReply ServiceCore::phoneInfo(std::string_view phoneToken) {

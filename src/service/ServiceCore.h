@@ -4,6 +4,7 @@
 #include "RateLimiter.h"
 #include "ServiceClock.h"
 #include "ServiceEvents.h"
+#include "ServiceLog.h"
 #include "Storage.h"
 
 #include <cstdint>
@@ -21,9 +22,13 @@ namespace keyferry::service {
 class ServiceCore {
 public:
     static constexpr std::int64_t codeLifetimeMs = 10 * 60 * 1000;
-    static constexpr int wrongTriesPerCode = 5;
-    static constexpr int pairFailuresPerAddress = 10;  // per minute
-    static constexpr int pairStartsPerAddress = 20;     // per minute
+    // Wrong pairing codes allowed per client (an IPv4 address or an IPv6 /64) in each hour, and from
+    // everyone together in each minute; beyond either, pairing answers 429 but live codes stay live.
+    static constexpr int wrongCodesPerClient = 10;
+    static constexpr std::int64_t wrongCodesPerClientWindowMs = 60 * 60 * 1000;
+    static constexpr int wrongCodesOverall = 100;
+    static constexpr std::int64_t wrongCodesOverallWindowMs = 60 * 1000;
+    static constexpr int pairStartsPerAddress = 20; // per minute
     static constexpr std::size_t maxTextCharacters = 10'000;
     static constexpr std::int64_t maxWaitingTexts = 1'000;
     // A text not typed within a week is deleted; a computer away that long has been given up on.
@@ -79,15 +84,19 @@ private:
     std::optional<PhoneContext> livePhone(std::string_view token);
     ApiReply issueCode(const ComputerRecord& computer, std::optional<std::string> computerToken);
     std::string unusedCode(std::int64_t now);
-    void countWrongTry(std::int64_t now);
+    std::optional<ApiReply> guessingRefusal(const std::string& client, std::int64_t now);
+    // Logs (at most once a minute per client and reason) that `client` was refused, then gives `reply`.
+    ApiReply refused(const std::string& client, const char* reason, ApiReply reply, std::int64_t now);
     bool isOnline(const std::string& computerId) const;
     void notify(const std::function<void(const std::string&)>& event, const std::string& computerId) const;
 
     ServiceClock& clock_;
     Storage& storage_;
     ServiceEvents events_;
-    RateLimiter pairFailures_;
+    RateLimiter wrongCodesByClient_;
+    RateLimiter wrongCodesOverall_;
     RateLimiter pairStarts_;
+    ServiceLog::Throttle logThrottle_;
 };
 
 } // namespace keyferry::service

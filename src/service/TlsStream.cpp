@@ -20,7 +20,7 @@ TlsStream::TlsStream(boost::asio::ip::tcp::socket&& socket, boost::asio::ssl::co
 
 TlsStream::TlsStream(TlsStream&& other) noexcept
     : socket_(std::move(other.socket_)), ssl_(std::exchange(other.ssl_, nullptr)),
-      givenBack_(std::move(other.givenBack_)) {}
+      givenBack_(std::move(other.givenBack_)), lease_(std::move(other.lease_)) {}
 
 TlsStream::~TlsStream() {
     if (ssl_) {

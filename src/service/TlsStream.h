@@ -12,6 +12,7 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <utility>
 
@@ -37,6 +38,9 @@ public:
     // Hands back bytes read from the peer past what their reader needed (an HTTP request that a WebSocket
     // follows in the same write): the next reads return them before anything else.
     void giveBack(std::string bytes) { givenBack_ = std::move(bytes); }
+    // Keeps `lease` (a connection's place among its client's) for as long as this stream lives, wherever
+    // it is moved.
+    void holdWhileOpen(std::shared_ptr<const void> lease) { lease_ = std::move(lease); }
     boost::asio::ip::tcp::socket& socket() { return socket_; }
 
     template <class Token>
@@ -108,8 +112,11 @@ private:
                 return finish(self, waitError, 0);
             }
             ERR_clear_error();
+            // SSL_ERROR_SYSCALL is told by errno, so it must be this attempt's, not one left by an earlier call.
+            errno = 0;
             std::size_t bytes = 0;
             const int result = attempt(stream.ssl_, bytes);
+            const int attemptErrno = errno;
             if (result > 0) {
                 return finish(self, {}, bytes);
             }
@@ -121,8 +128,8 @@ private:
             case SSL_ERROR_ZERO_RETURN:
                 return finish(self, boost::asio::error::eof, 0);
             case SSL_ERROR_SYSCALL:
-                return finish(self, errno ? boost::system::error_code(errno, boost::system::system_category())
-                                          : boost::system::error_code(boost::asio::error::eof), 0);
+                return finish(self, attemptErrno ? boost::system::error_code(attemptErrno, boost::system::system_category())
+                                                 : boost::system::error_code(boost::asio::error::eof), 0);
             default:
                 return finish(self,
                               boost::system::error_code(static_cast<int>(ERR_get_error()),
@@ -165,6 +172,7 @@ private:
     boost::asio::ip::tcp::socket socket_;
     SSL* ssl_ = nullptr;
     std::string givenBack_;
+    std::shared_ptr<const void> lease_;
 };
 
 // How Beast closes the stream at its lowest layer (time-outs, failed handshakes).

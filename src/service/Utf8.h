@@ -10,7 +10,8 @@ namespace keyferry::service::Utf8 {
 // forms, surrogates and values above U+10FFFF are refused).
 std::optional<std::size_t> codePointCount(std::string_view text);
 
-// Whether `text` holds a C0 control character or DEL; names may not.
+// Whether `text` holds a character names may not: a C0 or C1 control, DEL, or a format character that is
+// invisible or changes the direction of the text (U+200B, U+200E, U+202E, U+2066, U+FEFF and the like).
 bool hasControlCharacter(std::string_view text);
 
 } // namespace keyferry::service::Utf8

@@ -30,6 +30,10 @@ HttpsClient::Answer HttpsClient::post(const std::string& target, const std::stri
 
 HttpsClient::Answer HttpsClient::exchange(const std::string& method, const std::string& target,
                                           const std::string& token, const std::string& body) const {
+    return send(requestOf(method, target, token, body));
+}
+
+HttpsClient::Answer HttpsClient::send(const http::request<http::string_body>& request) const {
     boost::asio::io_context io;
     ssl::context tls(ssl::context::tls_client);
     tls.load_verify_file(authority_.string());
@@ -40,7 +44,7 @@ HttpsClient::Answer HttpsClient::exchange(const std::string& method, const std::
         boost::asio::ip::tcp::endpoint(boost::asio::ip::make_address(address_), port_));
     stream.handshake(ssl::stream_base::client);
 
-    http::write(stream, requestOf(method, target, token, body));
+    http::write(stream, request);
 
     beast::flat_buffer buffer;
     http::response_parser<http::string_body> parser;

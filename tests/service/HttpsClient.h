@@ -34,6 +34,8 @@ public:
     // extra header lines.
     Answer exchange(const std::string& method, const std::string& target, const std::string& token,
                     const std::string& body) const;
+    // Sends a request as it is (headers included) and reads the answer.
+    Answer send(const boost::beast::http::request<boost::beast::http::string_body>& request) const;
     // The request exchange() sends: HTTP/1.1 to host "localhost", JSON body when there is one.
     static boost::beast::http::request<boost::beast::http::string_body>
     requestOf(const std::string& method, const std::string& target, const std::string& token, const std::string& body);
