@@ -131,7 +131,7 @@ Outcome run(const std::vector<std::string>& typer, const std::string& text, cons
 void print(const std::string& name, std::size_t characters, const Outcome& outcome, double reference) {
     // Speed is measured to the moment the receiving client had the last character; the typer's own speed beside.
     const double speed = static_cast<double>(characters) / outcome.endToEndSeconds;
-    std::printf("%-40s %7.0f chars/s to complete (%6.2f s; typer done after %6.2f s: %7.0f chars/s)  "
+    std::printf("%-46s %7.0f chars/s to complete (%6.2f s; typer done after %6.2f s: %7.0f chars/s)  "
                 "wrong or missing: %5zu  extra: %5zu  x%.1f xdotool\n",
                 name.c_str(), speed, outcome.endToEndSeconds, outcome.typerSeconds,
                 static_cast<double>(characters) / outcome.typerSeconds, outcome.wrongOrMissing, outcome.extra,
@@ -153,15 +153,17 @@ std::size_t codePointCount(const std::string& utf8) { return codePoints(utf8).si
 
 int main(int argc, char** argv) {
     using namespace keyferry;
-    if (argc != 4) {
-        std::cerr << "usage: keyferry-typing-bench KEYFERRY_TYPE XLIB_RECEIVER QT_RECEIVER\n";
+    if (argc != 4 && argc != 5) {
+        std::cerr << "usage: keyferry-typing-bench KEYFERRY_TYPE XLIB_RECEIVER QT_RECEIVER [CASES_CONTAINING]\n";
         return 2;
     }
+    // With a filter, only the cases on new servers whose name contains it (and no comparison with xdotool).
+    const std::string only = argc == 5 ? argv[4] : "";
     const std::vector<std::string> keyferryType{argv[1]};
     const Window xlib{argv[2], {"0"}};
     constexpr std::size_t characters = 10000;
     double reference = 0;
-    {
+    if (only.empty()) {
         XvfbDisplay display;
         setenv("DISPLAY", display.name().c_str(), 1);
         const std::string text = mixedSampleText(characters);
@@ -176,7 +178,10 @@ int main(int argc, char** argv) {
     }
     std::printf("\nkeyferry-type alone, each text on an X server that has just started, into a window that has just "
                 "opened (it reads its keymap on the first key):\n");
+    // Xlib windows that answer the window manager's pings as toolkit applications do, and ones that never do.
     const Window fresh{argv[2], {"0", "fresh"}};
+    const Window answering{argv[2], {"0", "fresh", "ping"}};
+    const Window slowAnswering{argv[2], {"5", "fresh", "ping"}};
     const Window slowFresh{argv[2], {"5", "fresh"}};
     const Window qt{argv[3], {"0"}};
     const Window slowQt{argv[3], {"5"}};
@@ -192,14 +197,19 @@ int main(int argc, char** argv) {
     const std::vector<Case> cases = {
         {"mixed text, Xlib window", mixed, fresh},
         {"many scripts, Xlib window", manyScripts, fresh},
+        {"many scripts, Xlib window answering pings", manyScripts, answering},
         {"many scripts, Qt window", manyScripts, qt},
         {"many scripts, 5 ms/key Xlib window", shortManyScripts, slowFresh},
         {"Chinese (800 distinct), Xlib window", chinese, fresh},
+        {"Chinese (800 distinct), Xlib answering pings", chinese, answering},
         {"Chinese (800 distinct), Qt window", chinese, qt},
-        {"Chinese (800 distinct), 5 ms/key Xlib", chinese, slowFresh},
+        {"Chinese (800 distinct), 5 ms/key Xlib pinged", chinese, slowAnswering},
         {"Chinese (800 distinct), 5 ms/key Qt", chinese, slowQt},
     };
     for (const Case& each : cases) {
+        if (std::string(each.name).find(only) == std::string::npos) {
+            continue;
+        }
         print(each.name, codePointCount(each.text), runOnFreshServer(keyferryType, each.text, each.window), reference);
     }
     return 0;

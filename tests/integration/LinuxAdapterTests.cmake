@@ -31,6 +31,17 @@ target_compile_definitions(keyferry_xtest_typing_tests PRIVATE
     KEYFERRY_TYPE_TOOL="$<TARGET_FILE:keyferry-type>")
 add_dependencies(keyferry_xtest_typing_tests keyferry-xlib-receiver keyferry-qt-receiver keyferry-type)
 
+# Texts with far more distinct characters than spare keycodes, into fast and slow windows.
+keyferry_test(keyferry_xtest_many_characters_tests integration
+    SOURCES ${CMAKE_CURRENT_LIST_DIR}/XTestManyCharactersTest.cpp
+    LIBRARIES keyferry_linux keyferry_core keyferry_linux_test_support
+    TIMEOUT 180)
+target_compile_definitions(keyferry_xtest_many_characters_tests PRIVATE
+    KEYFERRY_XLIB_RECEIVER="$<TARGET_FILE:keyferry-xlib-receiver>"
+    KEYFERRY_QT_RECEIVER="$<TARGET_FILE:keyferry-qt-receiver>"
+    KEYFERRY_TYPE_TOOL="$<TARGET_FILE:keyferry-type>")
+add_dependencies(keyferry_xtest_many_characters_tests keyferry-xlib-receiver keyferry-qt-receiver keyferry-type)
+
 add_executable(keyferry-silent-secret-service ${CMAKE_CURRENT_LIST_DIR}/SilentSecretService.cpp)
 target_link_libraries(keyferry-silent-secret-service PRIVATE PkgConfig::KEYFERRY_SECRET)
 keyferry_compile_options(keyferry-silent-secret-service)

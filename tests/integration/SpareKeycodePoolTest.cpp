@@ -57,5 +57,33 @@ TEST(SpareKeycodePoolTest, KeepsTheLatestReadingTimeAndForgetsBindingsOnRestore)
     EXPECT_TRUE(pool.bind({2}, {}, start + 2100ms).empty());
 }
 
+// A client that says it has read every key typed so far frees their places at once, least recently typed first;
+// a key typed after that answer keeps its place until the next one.
+TEST(SpareKeycodePoolTest, PlacesConfirmedReadAreFreeAtOnceAndKeysTypedAfterAreNot) {
+    SpareKeycodePool pool({10, 20, 30}, 1, 250ms);
+    pool.bind({1, 2, 3}, {}, start);
+    pool.markTyped({20, 0}, start + 10s);
+    pool.markTyped({10, 0}, start + 10s);
+    const TimePoint onlyConfirmed{};
+    EXPECT_EQ(pool.freePlaces({}, onlyConfirmed), 1U) << "the never-typed place";
+    pool.confirmRead(pool.typedKeys(), start);
+    pool.markTyped({30, 0}, start + 10s);
+    EXPECT_EQ(pool.freePlaces({}, onlyConfirmed), 2U);
+    EXPECT_EQ(pool.bind({4, 5, 6}, {}, onlyConfirmed), (std::vector<unsigned>{10, 20}));
+    EXPECT_EQ(pool.placeOf(4), (std::optional<Place>(Place{20, 0})));
+    EXPECT_EQ(pool.placeOf(5), (std::optional<Place>(Place{10, 0})));
+    EXPECT_EQ(pool.placeOf(3), (std::optional<Place>(Place{30, 0})));
+    EXPECT_EQ(pool.lastReadBy(), std::optional<TimePoint>(start + 10s)) << "the unconfirmed key";
+}
+
+TEST(SpareKeycodePoolTest, ConfirmingBringsTheExpectedReadingTimeForward) {
+    SpareKeycodePool pool({10}, 1, 250ms);
+    pool.bind({1}, {}, start);
+    pool.markTyped({10, 0}, start + 30s);
+    pool.confirmRead(pool.typedKeys(), start + 1s);
+    EXPECT_EQ(pool.lastReadBy(), std::optional<TimePoint>(start + 1s));
+    EXPECT_EQ(pool.nextFree({}), std::optional<TimePoint>(TimePoint{}));
+}
+
 } // namespace
 } // namespace keyferry

@@ -1,8 +1,10 @@
 // A plain Xlib client that takes the keyboard focus and appends the text of every key press to a file, as a
 // text field would insert it (Return inserts a line feed). Arguments: output file, milliseconds to spend on
-// each key (a slow client), and optionally "fresh". It follows keymap changes as plain Xlib clients do
-// (MappingNotify, then XRefreshKeyboardMapping). Prints "ready" once it has the focus and its keymap; with
-// "fresh", as soon as it has the focus, before it has translated any key (a window that just opened).
+// each key (a slow client), then optionally "fresh" and "ping". It follows keymap changes as plain Xlib
+// clients do (MappingNotify, then XRefreshKeyboardMapping). Prints "ready" once it has the focus and its
+// keymap; with "fresh", as soon as it has the focus, before it has translated any key (a window that just
+// opened). With "ping" it answers the window manager's _NET_WM_PING in turn with its other events, as toolkit
+// applications do; without, it is a client that never answers.
 // Stops on SIGTERM.
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
@@ -57,12 +59,40 @@ void loadKeymap(Display* display) {
     XFlush(display);
 }
 
+bool hasOption(int argc, char** argv, const std::string& option) {
+    for (int index = 3; index < argc; ++index) {
+        if (argv[index] == option) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void answerPings(Display* display, Window window) {
+    Atom ping = XInternAtom(display, "_NET_WM_PING", False);
+    XSetWMProtocols(display, window, &ping, 1);
+}
+
+bool isPing(Display* display, const XEvent& event) {
+    return event.type == ClientMessage &&
+           event.xclient.message_type == XInternAtom(display, "WM_PROTOCOLS", True) &&
+           static_cast<Atom>(event.xclient.data.l[0]) == XInternAtom(display, "_NET_WM_PING", True);
+}
+
+void answer(Display* display, XEvent event) {
+    const Window root = DefaultRootWindow(display);
+    event.xclient.window = root;
+    XSendEvent(display, root, False, SubstructureNotifyMask | SubstructureRedirectMask, &event);
+    XFlush(display);
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
-    const bool fresh = argc == 4 && std::string(argv[3]) == "fresh";
-    if (argc != 3 && !fresh) {
-        std::cerr << "usage: keyferry-xlib-receiver OUTPUT DELAY_MS [fresh]\n";
+    const bool fresh = hasOption(argc, argv, "fresh");
+    const bool pings = hasOption(argc, argv, "ping");
+    if (argc < 3 || argc != 3 + int(fresh) + int(pings)) {
+        std::cerr << "usage: keyferry-xlib-receiver OUTPUT DELAY_MS [fresh] [ping]\n";
         return 2;
     }
     if (std::setlocale(LC_ALL, "C.UTF-8") == nullptr || !XSupportsLocale()) {
@@ -80,6 +110,9 @@ int main(int argc, char** argv) {
     const Window window = XCreateSimpleWindow(display, RootWindow(display, screen), 0, 0, 400, 300, 0,
                                               BlackPixel(display, screen), WhitePixel(display, screen));
     XSelectInput(display, window, KeyPressMask | FocusChangeMask | StructureNotifyMask);
+    if (pings) {
+        answerPings(display, window);
+    }
     XMapRaised(display, window);
     XIC context = createInputContext(display, window);
     if (context == nullptr) {
@@ -93,7 +126,9 @@ int main(int argc, char** argv) {
         if (XFilterEvent(&event, None)) {
             continue;
         }
-        if (event.type == MappingNotify) {
+        if (isPing(display, event) && event.xclient.window == window) {
+            answer(display, event);
+        } else if (event.type == MappingNotify) {
             // What every Xlib client is told to do when the keyboard mapping changes.
             XRefreshKeyboardMapping(&event.xmapping);
         } else if (event.type == MapNotify) {

@@ -35,7 +35,7 @@ std::optional<unsigned long> SpareKeycodePool::keysymOn(Place place) const {
 }
 
 SpareKeycodePool::TimePoint SpareKeycodePool::freeFrom(const Slot& slot) const {
-    return slot.readBy ? *slot.readBy + reuseGuard : TimePoint{};
+    return slot.readBy && slot.lastKey > keysConfirmed ? *slot.readBy + reuseGuard : TimePoint{};
 }
 
 std::vector<unsigned> SpareKeycodePool::bind(const std::vector<unsigned long>& keysyms,
@@ -50,7 +50,7 @@ std::vector<unsigned> SpareKeycodePool::bind(const std::vector<unsigned long>& k
     // Never-typed slots first, then the least recently typed; ties in keycode order, so that a fresh pool is
     // bound in few contiguous runs.
     std::stable_sort(candidates.begin(), candidates.end(), [this](const Slot* left, const Slot* right) {
-        return freeFrom(*left) < freeFrom(*right);
+        return std::pair(freeFrom(*left), left->lastKey) < std::pair(freeFrom(*right), right->lastKey);
     });
     std::vector<unsigned> changed;
     for (std::size_t index = 0; index < keysyms.size() && index < candidates.size(); ++index) {
@@ -60,6 +60,13 @@ std::vector<unsigned> SpareKeycodePool::bind(const std::vector<unsigned long>& k
     std::sort(changed.begin(), changed.end());
     changed.erase(std::unique(changed.begin(), changed.end()), changed.end());
     return changed;
+}
+
+std::size_t SpareKeycodePool::freePlaces(const std::unordered_set<unsigned long>& protectedKeysyms,
+                                         TimePoint now) const {
+    return static_cast<std::size_t>(std::count_if(slots.begin(), slots.end(), [&](const Slot& slot) {
+        return !(slot.keysym && protectedKeysyms.contains(*slot.keysym)) && now >= freeFrom(slot);
+    }));
 }
 
 std::optional<SpareKeycodePool::TimePoint>
@@ -80,6 +87,16 @@ SpareKeycodePool::nextFree(const std::unordered_set<unsigned long>& protectedKey
 void SpareKeycodePool::markTyped(Place place, TimePoint readBy) {
     if (Slot* slot = slotAt(place)) {
         slot->readBy = std::max(slot->readBy.value_or(readBy), readBy);
+        slot->lastKey = ++keysTyped;
+    }
+}
+
+void SpareKeycodePool::confirmRead(std::size_t keysRead, TimePoint now) {
+    keysConfirmed = std::max(keysConfirmed, keysRead);
+    for (Slot& slot : slots) {
+        if (slot.readBy && slot.lastKey <= keysConfirmed) {
+            slot.readBy = std::min(*slot.readBy, now);
+        }
     }
 }
 

@@ -15,8 +15,9 @@ namespace keyferry {
 // used under its owner's lock only.
 //
 // A receiving client translates a key event with the keymap it holds when it processes the event, so a place
-// is rebound only `reuseGuard` after the moment its last key is expected to have been read; among such places
-// the least recently used goes first, which keeps the characters of a text bound while it is typed.
+// is rebound only once its last key has been read: when the client has said so (confirmRead), or else
+// `reuseGuard` after the moment the slowest client is expected to have read it; among such places the least
+// recently typed goes first, which keeps the characters of a text bound while it is typed.
 class SpareKeycodePool {
 public:
     using TimePoint = std::chrono::steady_clock::time_point;
@@ -40,11 +41,18 @@ public:
     std::vector<unsigned> bind(const std::vector<unsigned long>& keysyms,
                                const std::unordered_set<unsigned long>& protectedKeysyms, TimePoint now);
 
+    // How many places not carrying one of `protectedKeysyms` are free at `now`.
+    std::size_t freePlaces(const std::unordered_set<unsigned long>& protectedKeysyms, TimePoint now) const;
+
     // When the next place not carrying one of `protectedKeysyms` becomes free; none when there is none.
     std::optional<TimePoint> nextFree(const std::unordered_set<unsigned long>& protectedKeysyms) const;
 
-    // Records that the place's last key is expected to have been read by every client at `readBy`.
+    // Records that a key was typed on the place, expected to be read by every client at `readBy`.
     void markTyped(Place place, TimePoint readBy);
+
+    // Counts the keys typed so far; a client that has read every key up to `typedKeys()` frees their places.
+    std::size_t typedKeys() const { return keysTyped; }
+    void confirmRead(std::size_t keysRead, TimePoint now);
 
     bool hasBindings() const;
     std::optional<TimePoint> lastReadBy() const;
@@ -60,6 +68,7 @@ private:
         Place place;
         std::optional<unsigned long> keysym;
         std::optional<TimePoint> readBy;
+        std::size_t lastKey = 0; // which key typed last on it, counted from 1
     };
 
     Slot* slotAt(Place place);
@@ -68,6 +77,8 @@ private:
 
     std::vector<Slot> slots;
     std::chrono::steady_clock::duration reuseGuard;
+    std::size_t keysTyped = 0;
+    std::size_t keysConfirmed = 0;
 };
 
 } // namespace keyferry

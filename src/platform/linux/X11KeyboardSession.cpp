@@ -11,6 +11,7 @@
 #include <atomic>
 #include <cstring>
 #include <thread>
+#include <utility>
 
 namespace keyferry {
 
@@ -108,6 +109,7 @@ bool X11KeyboardSession::connect() {
     }
     const unsigned long mapEvents = XkbNewKeyboardNotifyMask | XkbMapNotifyMask;
     XkbSelectEvents(display, XkbUseCoreKbd, mapEvents, mapEvents);
+    ping.emplace(display);
     matchTestDeviceKeymap();
     if (!loadKeymap()) {
         disconnect();
@@ -123,6 +125,9 @@ void X11KeyboardSession::disconnect() {
     }
     keymap.reset();
     pool.reset();
+    ping.reset();
+    typedInto.reset();
+    typedIntoSeveral = false;
 }
 
 // XTest events come from their own slave device, and the server switches the core keyboard to that device's
@@ -155,6 +160,9 @@ bool X11KeyboardSession::loadKeymap() {
         return false;
     }
     const unsigned levels = keymap->shiftKeycode() ? 2 : 1;
+    if (ping) {
+        ping->forget();
+    }
     pool.emplace(keymap->spareKeycodes(), levels, timing.reuseGuard);
     if (previousUse) {
         // The new keycodes may be the ones a slow client is still reading under their old meaning.
@@ -168,18 +176,23 @@ bool X11KeyboardSession::loadKeymap() {
 }
 
 bool X11KeyboardSession::keymapChangedElsewhere() {
-    bool changed = false;
     while (XPending(display) > 0) {
         XEvent event;
         XNextEvent(display, &event);
-        if (event.type == MappingNotify) {
-            changed = true;
-        } else if (event.type == xkbEventBase) {
-            const int kind = reinterpret_cast<XkbEvent*>(&event)->any.xkb_type;
-            changed = changed || kind == XkbMapNotify || kind == XkbNewKeyboardNotify;
-        }
+        noteEvent(event);
     }
-    return changed;
+    return std::exchange(keymapEventSeen, false);
+}
+
+void X11KeyboardSession::noteEvent(const XEvent& event) {
+    if (ping && ping->answers(event)) {
+        confirmRead(keysAsked);
+    } else if (event.type == MappingNotify) {
+        keymapEventSeen = true;
+    } else if (event.type == xkbEventBase) {
+        const int kind = reinterpret_cast<const XkbEvent*>(&event)->any.xkb_type;
+        keymapEventSeen = keymapEventSeen || kind == XkbMapNotify || kind == XkbNewKeyboardNotify;
+    }
 }
 
 // The server also reports a new keyboard when the XTest device sends its first key after another keyboard:
@@ -239,12 +252,16 @@ void X11KeyboardSession::giveBackBindingsStillInPlace(const X11Keymap& current) 
     discardOwnNotifications();
 }
 
-// The server reports our own keymap changes back to us; they are known already.
+// The server reports our own keymap changes back to us; they are known already. A client's answer read
+// meanwhile still counts.
 void X11KeyboardSession::discardOwnNotifications() {
     XSync(display, False);
     while (XPending(display) > 0) {
         XEvent event;
         XNextEvent(display, &event);
+        if (ping && ping->answers(event)) {
+            confirmRead(keysAsked);
+        }
     }
 }
 
@@ -257,18 +274,31 @@ bool X11KeyboardSession::type(std::u32string_view text) {
         return false;
     }
     const ModifierState modifiers = clearModifiers();
+    const std::u32string_view ahead = textAhead(text);
     std::size_t position = 0;
     bool typed = true;
     while (typed && position < text.size()) {
-        typed = typePrefix(text, position, modifiers.group);
+        typed = typePrefix(text, ahead, position, modifiers.group);
+    }
+    if (ahead.size() > text.size()) {
+        announcedTyped += position;
+    } else {
+        announced.clear();
     }
     restoreModifiers(modifiers);
     XSync(display, False);
     return typed && !connectionLost.load() && xlibProtocolErrors() == errorsBefore;
 }
 
-bool X11KeyboardSession::typePrefix(std::u32string_view text, std::size_t& position, int group) {
-    if (!bindFor(text.substr(position), group)) {
+// The rest of the announced text when `text` continues it, so that places are bound ahead; else `text` alone.
+std::u32string_view X11KeyboardSession::textAhead(std::u32string_view text) const {
+    const std::u32string_view rest = std::u32string_view(announced).substr(std::min(announcedTyped, announced.size()));
+    return rest.starts_with(text) ? rest : text;
+}
+
+bool X11KeyboardSession::typePrefix(std::u32string_view text, std::u32string_view ahead, std::size_t& position,
+                                    int group) {
+    if (lacksPlace(text.substr(position), group) && !bindFor(ahead.substr(position), group)) {
         return false;
     }
     const std::size_t before = position;
@@ -282,6 +312,8 @@ void X11KeyboardSession::prepare(std::u32string_view text) {
     if (!connect() || (keymapChangedElsewhere() && !followKeymapChange())) {
         return;
     }
+    announced.assign(text);
+    announcedTyped = 0;
     std::vector<unsigned long> needed;
     std::unordered_set<unsigned long> bound;
     collectNeeded(text, currentGroup(), needed, bound);
@@ -295,25 +327,38 @@ int X11KeyboardSession::currentGroup() {
     return XkbGetState(display, XkbUseCoreKbd, &current) == Success ? current.group : 0;
 }
 
-// The keysyms of `text` the layout lacks: those already bound, and the others in order of first appearance.
+// The keysyms of `text` the layout lacks, in order of first appearance, as many as the places hold: those not
+// bound yet, and those bound among the nearest half, which are kept. Keeping only half makes room for many
+// characters per keymap change; a farther character that loses its place is bound again when it comes.
 void X11KeyboardSession::collectNeeded(std::u32string_view text, int group, std::vector<unsigned long>& needed,
                                        std::unordered_set<unsigned long>& bound) {
     std::unordered_set<unsigned long> seen;
+    const std::size_t kept = std::max<std::size_t>(pool->size() / 2, 1);
     for (const char32_t character : text) {
+        if (seen.size() >= pool->size()) {
+            break;
+        }
         const unsigned long keysym = keysymFor(character);
-        if (!seen.insert(keysym).second || keymap->strokeFor(keysym, group)) {
+        if (keymap->strokeFor(keysym, group) || !seen.insert(keysym).second) {
             continue;
         }
-        if (pool->placeOf(keysym)) {
-            bound.insert(keysym);
-        } else {
+        if (!pool->placeOf(keysym)) {
             needed.push_back(keysym);
+        } else if (seen.size() <= kept) {
+            bound.insert(keysym);
         }
     }
 }
 
-// Binds the characters of `remaining` that have no key yet, as many as idle spare keycodes allow, waiting
-// for one to become idle when none is.
+bool X11KeyboardSession::lacksPlace(std::u32string_view text, int group) {
+    return std::any_of(text.begin(), text.end(), [&](char32_t character) {
+        const unsigned long keysym = keysymFor(character);
+        return !keymap->strokeFor(keysym, group) && !pool->placeOf(keysym);
+    });
+}
+
+// Binds the characters of `remaining` that have no key yet, as many as places free allow, waiting for the
+// receiving client to have read the keys typed on them when too few are.
 bool X11KeyboardSession::bindFor(std::u32string_view remaining, int group) {
     std::vector<unsigned long> needed;
     std::unordered_set<unsigned long> bound;
@@ -321,21 +366,81 @@ bool X11KeyboardSession::bindFor(std::u32string_view remaining, int group) {
     if (needed.empty()) {
         return true;
     }
-    auto keycodes = pool->bind(needed, bound, std::chrono::steady_clock::now());
-    if (keycodes.empty()) {
-        auto free = pool->nextFree(bound);
-        if (!free) {
-            // Every slot carries a character still to come: free one anyway; the rest is rebound later.
-            bound.clear();
-            free = pool->nextFree(bound);
-        }
-        if (!free) {
-            return false;
-        }
-        std::this_thread::sleep_until(*free);
-        keycodes = pool->bind(needed, bound, std::chrono::steady_clock::now());
-    }
+    const auto freeAt = placesFreeAt(needed.size(), bound);
+    auto keycodes = pool->bind(needed, bound, freeAt);
     return !keycodes.empty() && applyBindings(std::move(keycodes));
+}
+
+// The moment at which places count as free for binding `count` characters, after waiting when too few are.
+// A client that answers pings is asked, and only places it has confirmed reading (or never typed) are
+// taken: an estimate of its speed can be wrong when it is busy, its answer cannot. Without an answer, places
+// free up as the slowest client would read them.
+SpareKeycodePool::TimePoint X11KeyboardSession::placesFreeAt(std::size_t count, std::unordered_set<unsigned long>& bound) {
+    const auto now = std::chrono::steady_clock::now();
+    if (typedInto && !typedIntoSeveral && ping->answersPings(*typedInto)) {
+        constexpr SpareKeycodePool::TimePoint onlyConfirmed{};
+        // As long as the client could need for the keys still queued, and more.
+        const auto deadline = std::max(now, pool->lastReadBy().value_or(now)) + timing.answerPatience;
+        while (pool->freePlaces(bound, onlyConfirmed) < count && awaitNextAnswer(deadline)) {
+        }
+        if (pool->freePlaces(bound, onlyConfirmed) > 0) {
+            return onlyConfirmed;
+        }
+    }
+    if (pool->freePlaces(bound, now) > 0) {
+        return now;
+    }
+    auto free = pool->nextFree(bound);
+    if (!free) {
+        // Every slot carries a character still to come: free one anyway; the rest is rebound later.
+        bound.clear();
+        free = pool->nextFree(bound);
+    }
+    if (free) {
+        std::this_thread::sleep_until(*free);
+    }
+    return std::chrono::steady_clock::now();
+}
+
+// Asks the client the keys went to, unless it has been asked already, whether it has read them.
+void X11KeyboardSession::askFocusedClient() {
+    if (typedInto && !typedIntoSeveral && !ping->awaiting() && ping->ask(*typedInto)) {
+        keysAsked = pool->typedKeys();
+    }
+}
+
+// Waits for the answer to the question in flight (asked now when none is); false without an answer.
+bool X11KeyboardSession::awaitNextAnswer(std::chrono::steady_clock::time_point deadline) {
+    askFocusedClient();
+    if (!ping->awaiting() || !ping->awaitAnswer(deadline, [this](const XEvent& event) { noteEvent(event); })) {
+        return false;
+    }
+    confirmRead(keysAsked);
+    return true;
+}
+
+void X11KeyboardSession::confirmRead(std::size_t keys) {
+    if (!pool) {
+        return;
+    }
+    const auto now = std::chrono::steady_clock::now();
+    pool->confirmRead(keys, now);
+    if (keys == pool->typedKeys()) {
+        slowestReader = std::min(slowestReader, now);
+        typedInto.reset();
+    }
+}
+
+void X11KeyboardSession::noteFocus(Window focus) {
+    if (typedInto && *typedInto != focus) {
+        typedIntoSeveral = true;
+    }
+    typedInto = focus;
+    const auto everyKeyRead = pool->lastReadBy();
+    if (typedIntoSeveral && everyKeyRead && std::chrono::steady_clock::now() >= *everyKeyRead + timing.reuseGuard) {
+        // Even the slowest client has read the keys sent to the other window by now.
+        typedIntoSeveral = false;
+    }
 }
 
 bool X11KeyboardSession::applyBindings(std::vector<unsigned> keycodes) {
@@ -391,7 +496,9 @@ bool X11KeyboardSession::pressKeys(std::u32string_view text, std::size_t& positi
     if (shiftDown) {
         XTestFakeKeyEvent(display, *shiftKeycode, False, CurrentTime);
     }
-    XSync(display, False);
+    // A round trip, as XSync, that also tells which window the keys went to.
+    noteFocus(ping->focusedWindow());
+    askFocusedClient();
     sentAt = std::chrono::steady_clock::now();
     return !connectionLost.load();
 }
@@ -493,6 +600,18 @@ void X11KeyboardSession::restoreSpareKeycodes() {
     pool->forgetBindings();
     writeSpareKeycodes(keycodes);
     discardOwnNotifications();
+}
+
+bool X11KeyboardSession::awaitReading(std::chrono::steady_clock::time_point deadline) {
+    if (display == nullptr || connectionLost.load() || !pool) {
+        return false;
+    }
+    while (typedInto && !typedIntoSeveral && ping->answersPings(*typedInto)) {
+        if (!awaitNextAnswer(deadline)) {
+            return false;
+        }
+    }
+    return !typedInto; // every key confirmed
 }
 
 bool X11KeyboardSession::hasBindings() const { return pool && pool->hasBindings(); }

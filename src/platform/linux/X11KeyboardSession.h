@@ -1,5 +1,6 @@
 #pragma once
 
+#include "FocusedClientPing.h"
 #include "SpareKeycodePool.h"
 #include "X11Keymap.h"
 
@@ -25,6 +26,9 @@ public:
         std::chrono::steady_clock::duration reuseGuard;
         // The slowest client typing stays exact for: one that handles one key per this interval.
         std::chrono::steady_clock::duration slowestKeyInterval;
+        // How long a client that answers pings may take to answer beyond the keys it still has to read,
+        // before its places are freed by the estimate instead.
+        std::chrono::steady_clock::duration answerPatience = std::chrono::seconds(2);
     };
 
     explicit X11KeyboardSession(Timing timing);
@@ -37,10 +41,15 @@ public:
     bool type(std::u32string_view text);
 
     // Binds what `text` needs to places free now, without waiting for any; the rest is bound while typing.
+    // Texts then typed piece by piece in the same order are bound ahead as far as the places go.
     void prepare(std::u32string_view text);
 
     // Writes the original symbols back on every borrowed keycode.
     void restoreSpareKeycodes();
+
+    // Waits until the client the keys went to confirms it has read them all, at most until `deadline`;
+    // false when it does not answer pings (or not in time).
+    bool awaitReading(std::chrono::steady_clock::time_point deadline);
 
     bool hasBindings() const;
     // When the slowest client is expected to have read the last borrowed key typed.
@@ -61,6 +70,7 @@ private:
     void matchTestDeviceKeymap();
     bool loadKeymap();
     bool keymapChangedElsewhere();
+    void noteEvent(const XEvent& event);
     bool followKeymapChange();
     bool carriesOurSymbols(const X11Keymap& current, unsigned keycode) const;
     bool matchesOurKeymap(const X11Keymap& current) const;
@@ -70,8 +80,15 @@ private:
     ModifierState clearModifiers();
     void restoreModifiers(const ModifierState& state);
 
-    bool typePrefix(std::u32string_view text, std::size_t& position, int group);
+    std::u32string_view textAhead(std::u32string_view text) const;
+    bool typePrefix(std::u32string_view text, std::u32string_view ahead, std::size_t& position, int group);
+    bool lacksPlace(std::u32string_view text, int group);
     bool bindFor(std::u32string_view remaining, int group);
+    SpareKeycodePool::TimePoint placesFreeAt(std::size_t count, std::unordered_set<unsigned long>& bound);
+    void askFocusedClient();
+    bool awaitNextAnswer(std::chrono::steady_clock::time_point deadline);
+    void confirmRead(std::size_t keys);
+    void noteFocus(Window focus);
     void collectNeeded(std::u32string_view text, int group, std::vector<unsigned long>& needed,
                        std::unordered_set<unsigned long>& bound);
     bool applyBindings(std::vector<unsigned> keycodes);
@@ -87,6 +104,15 @@ private:
     int xkbEventBase = 0;
     std::optional<X11Keymap> keymap;
     std::optional<SpareKeycodePool> pool;
+    std::optional<FocusedClientPing> ping;
+    bool keymapEventSeen = false;
+    // The windows keys went to since their client last confirmed reading them (a ping answers for one client).
+    std::optional<Window> typedInto;
+    bool typedIntoSeveral = false;
+    std::size_t keysAsked = 0; // the keys typed when the client was last asked whether it had read them
+    // The text announced by prepare() and how much of it has been typed.
+    std::u32string announced;
+    std::size_t announcedTyped = 0;
     std::chrono::steady_clock::time_point slowestReader;
     std::optional<std::chrono::steady_clock::time_point> sentAt;
 };

@@ -49,8 +49,12 @@ XTestKeyboardPoster::~XTestKeyboardPoster() {
     const auto readBy = session->lastReadBy();
     const auto sent = session->lastSent();
     if (readBy && sent && session->hasBindings()) {
-        // The last keys may still be waiting in a client's queue; give them the grace of a rebind, within limits.
-        std::this_thread::sleep_until(std::min(*readBy + timing.reuseGuard, *sent + timing.restoreAfter));
+        // The last keys may still be waiting in a client's queue: a client that answers pings says when it
+        // has read them; for others, the grace of a rebind, within limits.
+        const auto grace = std::min(*readBy + timing.reuseGuard, *sent + timing.restoreAfter);
+        if (!session->awaitReading(std::max(grace, *readBy) + timing.restoreAfter)) {
+            std::this_thread::sleep_until(grace);
+        }
     }
     session.reset();
 }

@@ -1,0 +1,128 @@
+// Chinese with several times more distinct characters than the spare keycodes hold, typed into real X
+// clients on a private Xvfb: every character must arrive, into windows that answer the window manager's
+// pings (Qt, and an Xlib client that does) and into one that never does, fast and slow ones alike.
+#include "HelperProcess.h"
+#include "MixedSampleText.h"
+#include "ReceivedText.h"
+#include "TextInjector.h"
+#include "X11AccessibilityProbe.h"
+#include "XTestKeyboardPoster.h"
+#include "XvfbDisplay.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+namespace keyferry {
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+class XTestManyCharactersTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        setenv("DISPLAY", display.name().c_str(), 1);
+        unsetenv("WAYLAND_DISPLAY");
+        output = std::filesystem::temp_directory_path() /
+                 ("keyferry-many-" + std::to_string(getpid()) + "-" + display.name().substr(1) + ".txt");
+    }
+
+    void TearDown() override {
+        receiver.reset();
+        std::filesystem::remove(output);
+    }
+
+    void startReceiver(std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin() + 1, output.string());
+        receiver = std::make_unique<HelperProcess>(
+            arguments, std::map<std::string, std::string>{{"QT_QPA_PLATFORM", "xcb"}, {"LC_ALL", "C.UTF-8"}});
+        ASSERT_EQ(receiver->readLine(20s), std::optional<std::string>("ready")) << arguments.front();
+    }
+
+    // Types `text` and waits for the receiver to hold all of it; the seconds from the start to that moment.
+    double typeAndCheck(const std::string& text) {
+        const auto started = Clock::now();
+        {
+            XTestKeyboardPoster poster;
+            X11AccessibilityProbe probe;
+            TextInjector injector(poster, probe);
+            EXPECT_TRUE(injector.insert(text));
+        }
+        return expectReceived(text, started);
+    }
+
+    double expectReceived(const std::string& text, Clock::time_point started) {
+        const std::string expected = withTypedLineEnds(text);
+        const std::string got = receivedText(output, expected.size(), 2s);
+        const double seconds = std::chrono::duration<double>(Clock::now() - started).count();
+        EXPECT_EQ(got.size(), expected.size());
+        EXPECT_TRUE(got == expected) << "first difference at byte "
+                                     << std::mismatch(got.begin(), got.end(), expected.begin()).first - got.begin();
+        return seconds;
+    }
+
+    XvfbDisplay display;
+    std::filesystem::path output;
+    std::unique_ptr<HelperProcess> receiver;
+};
+
+// 3,000 characters with 800 distinct ideographs. Waiting for the slowest client's pace instead of the
+// window's answer took about 38 s; a limit far above the expected second keeps the check clear of load.
+constexpr std::size_t characters = 3000;
+constexpr std::size_t distinct = 800;
+constexpr double generousSeconds = 10;
+
+TEST_F(XTestManyCharactersTest, QtWidgetReceivesChineseExactlyAtItsOwnPace) {
+    startReceiver({KEYFERRY_QT_RECEIVER, "0"});
+    const double seconds = typeAndCheck(chineseSampleText(characters, distinct));
+    std::cout << characters / seconds << " chars/s to the last character, poster's exit included\n";
+    EXPECT_LT(seconds, generousSeconds);
+}
+
+TEST_F(XTestManyCharactersTest, XlibClientAnsweringPingsReceivesChineseExactlyAtItsOwnPace) {
+    startReceiver({KEYFERRY_XLIB_RECEIVER, "0", "fresh", "ping"});
+    const double seconds = typeAndCheck(chineseSampleText(characters, distinct));
+    std::cout << characters / seconds << " chars/s to the last character, poster's exit included\n";
+    EXPECT_LT(seconds, generousSeconds);
+}
+
+// Slow windows read each key 5 ms or more after the previous one, far behind the typing: each place is
+// rebound only once they have said they have read it. 1,000 characters with 600 distinct keep the test short.
+TEST_F(XTestManyCharactersTest, SlowQtWidgetReceivesChineseExactly) {
+    startReceiver({KEYFERRY_QT_RECEIVER, "5"});
+    typeAndCheck(chineseSampleText(1000, 600));
+}
+
+TEST_F(XTestManyCharactersTest, SlowXlibClientAnsweringPingsReceivesChineseExactly) {
+    startReceiver({KEYFERRY_XLIB_RECEIVER, "5", "fresh", "ping"});
+    typeAndCheck(chineseSampleText(1000, 600));
+}
+
+// A client that never answers is paced by the estimate of the slowest client instead.
+TEST_F(XTestManyCharactersTest, SlowXlibClientThatNeverAnswersReceivesChineseExactly) {
+    startReceiver({KEYFERRY_XLIB_RECEIVER, "5", "fresh"});
+    typeAndCheck(chineseSampleText(600, 400));
+}
+
+// keyferry-type ends long before a slow window has read the text: the borrowed keycodes keep their
+// characters until the window says it has read them all.
+TEST_F(XTestManyCharactersTest, KeyferryTypeExitsWithoutTakingTheLastCharactersFromASlowWindow) {
+    startReceiver({KEYFERRY_QT_RECEIVER, "5"});
+    const std::string text = chineseSampleText(1000, 600);
+    const auto started = Clock::now();
+    HelperProcess tool({KEYFERRY_TYPE_TOOL}, {}, text);
+    EXPECT_EQ(tool.waitForExit(60s), std::optional<int>(0));
+    expectReceived(text, started);
+}
+
+} // namespace
+} // namespace keyferry
