@@ -30,7 +30,7 @@ VirtualKeyboardPoster::VirtualKeyboardPoster() : VirtualKeyboardPoster(Timing{})
 VirtualKeyboardPoster::VirtualKeyboardPoster(Timing posterTiming)
     : timing(posterTiming),
       keyboard(std::make_unique<WaylandVirtualKeyboard>(
-          WaylandVirtualKeyboard::Timing{timing.pacing, timing.keymapSettle})),
+          WaylandVirtualKeyboard::Timing{timing.pacing, timing.keymapSettle, timing.keysPerRoundtrip})),
       restorer([this](const std::stop_token& stop) { restoreWhenIdle(stop); }) {
     const std::lock_guard lock(mutex);
     keyboard->connect(); // early, so clients have seen the keyboard before the first text

@@ -218,21 +218,34 @@ bool WaylandVirtualKeyboard::typeConnected(const std::vector<uint32_t>& keysyms,
         ownKeymapUploaded = true;
         std::this_thread::sleep_for(timing.keymapSettle);
     }
+    std::vector<uint32_t> evdevKeys;
     for (const uint32_t keysym : keysyms) {
         const auto key = keys.evdevKeyFor(keysym);
-        if (!key || !pressAndRelease(*key)) {
+        if (!key) {
+            return false;
+        }
+        evdevKeys.push_back(*key);
+    }
+    for (std::size_t first = 0; first < evdevKeys.size(); first += timing.keysPerRoundtrip) {
+        const std::size_t count = std::min(timing.keysPerRoundtrip, evdevKeys.size() - first);
+        if (!pressAndRelease(std::span(evdevKeys).subspan(first, count))) {
             return false;
         }
     }
     return true;
 }
 
-bool WaylandVirtualKeyboard::pressAndRelease(uint32_t evdevKey) {
-    std::this_thread::sleep_until(pacer.nextKeyAt(std::chrono::steady_clock::now()));
-    pacer.sent(std::chrono::steady_clock::now());
+// The keys go together, so the compositor reads them at once and hands them to the focused client in one
+// write: a client that falls behind then has whole batches queued, not a socket full of one-key writes.
+bool WaylandVirtualKeyboard::pressAndRelease(std::span<const uint32_t> evdevKeys) {
+    const int count = static_cast<int>(evdevKeys.size());
+    std::this_thread::sleep_until(pacer.nextKeysAt(std::chrono::steady_clock::now(), count));
+    pacer.sent(std::chrono::steady_clock::now(), count);
     const uint32_t time = milliseconds();
-    zwp_virtual_keyboard_v1_key(keyboard, time, evdevKey, WL_KEYBOARD_KEY_STATE_PRESSED);
-    zwp_virtual_keyboard_v1_key(keyboard, time, evdevKey, WL_KEYBOARD_KEY_STATE_RELEASED);
+    for (const uint32_t key : evdevKeys) {
+        zwp_virtual_keyboard_v1_key(keyboard, time, key, WL_KEYBOARD_KEY_STATE_PRESSED);
+        zwp_virtual_keyboard_v1_key(keyboard, time, key, WL_KEYBOARD_KEY_STATE_RELEASED);
+    }
     return answered(display);
 }
 

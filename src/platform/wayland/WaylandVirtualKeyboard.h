@@ -24,9 +24,9 @@ namespace keyferry {
 // One connection to the compositor (WAYLAND_DISPLAY) holding one virtual keyboard on the first seat, for as
 // long as the object lives: a seat whose keyboard comes and goes makes clients lose the first keys.
 // Types characters by giving the virtual keyboard a keymap that has them (see VirtualKeyboardKeymap) and
-// pressing their keys, paced so that no client is flooded: one roundtrip per key, keys as KeyPacer allows,
-// and after each new keymap a roundtrip plus `keymapSettle`, the time Xwayland was seen to
-// need before its clients read keys with the new keymap. Watches the seat's own keyboard for the user's
+// pressing their keys, paced so that no client is flooded: keys in batches of `keysPerRoundtrip`, each batch
+// as KeyPacer allows and followed by a roundtrip, and after each new keymap a roundtrip plus `keymapSettle`,
+// the time Xwayland was seen to need before its clients read keys with the new keymap. Watches the seat's own keyboard for the user's
 // keymap, and gives it back on request.
 //
 // Owned by VirtualKeyboardPoster, which serialises every call; not thread-safe itself. Failures are
@@ -36,6 +36,7 @@ public:
     struct Timing {
         KeyPacer::Timing pacing;
         std::chrono::steady_clock::duration keymapSettle;
+        std::size_t keysPerRoundtrip = 1;
     };
 
     explicit WaylandVirtualKeyboard(Timing timing);
@@ -68,7 +69,7 @@ private:
     bool healthy() const;
     bool typeConnected(const std::vector<std::uint32_t>& keysyms, std::span<const std::uint32_t> upcoming);
     bool uploadKeymap(const std::string& keymapText);
-    bool pressAndRelease(std::uint32_t evdevKey);
+    bool pressAndRelease(std::span<const std::uint32_t> evdevKeys);
     std::string defaultUserKeymap() const;
     std::uint32_t milliseconds() const;
 
