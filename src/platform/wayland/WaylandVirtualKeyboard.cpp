@@ -111,6 +111,8 @@ bool WaylandVirtualKeyboard::connect() {
     answered(display);
     answered(display);
     connectedAt = std::chrono::steady_clock::now();
+    backlog.emplace(wl_display_get_fd(display));
+    brake = BacklogBrake();
     // A virtual keyboard is complete once it has a keymap; the user's keeps the layout as it was.
     if (!uploadKeymap(userKeymap.empty() ? defaultUserKeymap() : userKeymap) || !answered(display)) {
         disconnect();
@@ -238,6 +240,9 @@ bool WaylandVirtualKeyboard::typeConnected(const std::vector<uint32_t>& keysyms,
 // The keys go together, so the compositor reads them at once and hands them to the focused client in one
 // write: a client that falls behind then has whole batches queued, not a socket full of one-key writes.
 bool WaylandVirtualKeyboard::pressAndRelease(std::span<const uint32_t> evdevKeys) {
+    if (!receiverKeepsUp()) {
+        return false;
+    }
     const int count = static_cast<int>(evdevKeys.size());
     std::this_thread::sleep_until(pacer.nextKeysAt(std::chrono::steady_clock::now(), count));
     pacer.sent(std::chrono::steady_clock::now(), count);
@@ -246,7 +251,30 @@ bool WaylandVirtualKeyboard::pressAndRelease(std::span<const uint32_t> evdevKeys
         zwp_virtual_keyboard_v1_key(keyboard, time, key, WL_KEYBOARD_KEY_STATE_PRESSED);
         zwp_virtual_keyboard_v1_key(keyboard, time, key, WL_KEYBOARD_KEY_STATE_RELEASED);
     }
+    brake.keysSent();
     return answered(display);
+}
+
+// Waits while the client receiving the keys is behind; false when it read nothing for `receiverPatience`.
+// True at once where the compositor's connections cannot be seen: the pacer alone then keeps the pace.
+bool WaylandVirtualKeyboard::receiverKeepsUp() {
+    auto deadline = std::chrono::steady_clock::now() + timing.receiverPatience;
+    std::uint64_t lastExcess = 0;
+    for (;;) {
+        const auto connections = backlog ? backlog->sample() : std::nullopt;
+        const std::uint64_t excess = connections ? brake.excess(*connections) : 0;
+        if (excess == 0) {
+            return true;
+        }
+        if (lastExcess != 0 && excess < lastExcess) {
+            deadline = std::chrono::steady_clock::now() + timing.receiverPatience;
+        }
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        lastExcess = excess;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
 }
 
 void WaylandVirtualKeyboard::restoreUserKeymap() {

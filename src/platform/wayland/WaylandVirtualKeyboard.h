@@ -1,5 +1,7 @@
 #pragma once
 
+#include "BacklogBrake.h"
+#include "CompositorBacklog.h"
 #include "KeyPacer.h"
 #include "VirtualKeyboardKeymap.h"
 
@@ -26,7 +28,9 @@ namespace keyferry {
 // Types characters by giving the virtual keyboard a keymap that has them (see VirtualKeyboardKeymap) and
 // pressing their keys, paced so that no client is flooded: keys in batches of `keysPerRoundtrip`, each batch
 // as KeyPacer allows and followed by a roundtrip, and after each new keymap a roundtrip plus `keymapSettle`,
-// the time Xwayland was seen to need before its clients read keys with the new keymap. Watches the seat's own keyboard for the user's
+// the time Xwayland was seen to need before its clients read keys with the new keymap. Where the compositor's
+// connections can be seen (CompositorBacklog), a batch also waits while the client receiving the keys is
+// behind (BacklogBrake), and typing fails when that client reads nothing for `receiverPatience`. Watches the seat's own keyboard for the user's
 // keymap, and gives it back on request.
 //
 // Owned by VirtualKeyboardPoster, which serialises every call; not thread-safe itself. Failures are
@@ -37,6 +41,8 @@ public:
         KeyPacer::Timing pacing;
         std::chrono::steady_clock::duration keymapSettle;
         std::size_t keysPerRoundtrip = 1;
+        // How long keys wait for a receiving client that reads nothing at all before typing fails.
+        std::chrono::steady_clock::duration receiverPatience = std::chrono::seconds(5);
     };
 
     explicit WaylandVirtualKeyboard(Timing timing);
@@ -70,6 +76,7 @@ private:
     bool typeConnected(const std::vector<std::uint32_t>& keysyms, std::span<const std::uint32_t> upcoming);
     bool uploadKeymap(const std::string& keymapText);
     bool pressAndRelease(std::span<const std::uint32_t> evdevKeys);
+    bool receiverKeepsUp();
     std::string defaultUserKeymap() const;
     std::uint32_t milliseconds() const;
 
@@ -87,6 +94,8 @@ private:
     std::string userKeymap;
     std::chrono::steady_clock::time_point connectedAt;
     KeyPacer pacer;
+    std::optional<CompositorBacklog> backlog;
+    BacklogBrake brake;
 };
 
 } // namespace keyferry
