@@ -281,6 +281,9 @@ void WaylandVirtualKeyboard::restoreUserKeymap() {
     if (!ownKeymapUploaded || !healthy()) {
         return;
     }
+    // Typing has paused: the next text may go to another window, whose connection the brake learns anew,
+    // so a window typed into before that is slow for reasons of its own never holds it up.
+    brake = BacklogBrake();
     if (uploadKeymap(userKeymap.empty() ? defaultUserKeymap() : userKeymap)) {
         answered(display);
         ownKeymapUploaded = false;
