@@ -174,6 +174,26 @@ TEST_F(SwayTypingTest, AGtkTextViewThatStopsReadingForAWhileStillGetsTheWholeTex
     EXPECT_TRUE(recorded(output, expected.size()) == expected);
 }
 
+// Where the compositor's connections cannot be seen, keys go at the blind pace, without the brake.
+TEST_F(SwayTypingTest, WithoutWatchingTheReceiverKeysStillArriveExactlyInAGtkTextView) {
+    startReceiver({"python3", gtkReceiver, "OUTPUT"}, {{"GDK_BACKEND", "wayland"}});
+    const std::string text = mixedSampleText(3000);
+    setenv("WAYLAND_DISPLAY", sway->waylandSocket().c_str(), 1);
+    VirtualKeyboardPoster::Timing timing;
+    timing.watchBacklog = false;
+    bool inserted = false;
+    {
+        VirtualKeyboardPoster poster(timing);
+        VirtualKeyboardProbe probe;
+        TextInjector injector(poster, probe);
+        inserted = injector.insert(text);
+    }
+    unsetenv("WAYLAND_DISPLAY");
+    EXPECT_TRUE(inserted);
+    const std::string expected = withTypedLineEnds(text);
+    EXPECT_TRUE(recorded(output, expected.size()) == expected);
+}
+
 TEST_F(SwayTypingTest, ATextWithACharacterNoKeyTypesIsRefusedWholeAndNothingArrives) {
     startReceiver({qtReceiver, "OUTPUT", "0"}, {{"QT_QPA_PLATFORM", "wayland"}});
     EXPECT_EQ(type("typed? \x07 no"), 1);

@@ -39,6 +39,10 @@ public:
         // A GTK client on a heavily loaded machine read slower than that and was dropped, so where the
         // compositor's connections can be seen, keys also wait for the receiving client (BacklogBrake).
         KeyPacer::Timing pacing{std::chrono::microseconds(100), std::chrono::microseconds(800), 600};
+        // Where the compositor's connections cannot be seen, a pace that GTK kept up with under load
+        // without that help (667 keys a second).
+        KeyPacer::Timing blindPacing{std::chrono::microseconds(500), std::chrono::microseconds(1500), 600};
+        bool watchBacklog = true;
         std::chrono::steady_clock::duration keymapSettle = std::chrono::milliseconds(50);
         std::chrono::steady_clock::duration restoreAfter = std::chrono::seconds(1);
         std::chrono::steady_clock::duration exitGrace = std::chrono::milliseconds(250);

@@ -78,7 +78,8 @@ std::string keymapText(const Keymap& keymap) {
 } // namespace
 
 WaylandVirtualKeyboard::WaylandVirtualKeyboard(Timing keyboardTiming)
-    : timing(keyboardTiming), context(xkb_context_new(XKB_CONTEXT_NO_FLAGS)), pacer(timing.pacing) {}
+    : timing(keyboardTiming), context(xkb_context_new(XKB_CONTEXT_NO_FLAGS)), pacer(timing.pacing),
+      blindPacer(timing.blindPacing) {}
 
 WaylandVirtualKeyboard::~WaylandVirtualKeyboard() {
     if (healthy()) {
@@ -111,7 +112,9 @@ bool WaylandVirtualKeyboard::connect() {
     answered(display);
     answered(display);
     connectedAt = std::chrono::steady_clock::now();
-    backlog.emplace(wl_display_get_fd(display));
+    if (timing.watchBacklog) {
+        backlog.emplace(wl_display_get_fd(display));
+    }
     brake = BacklogBrake();
     // A virtual keyboard is complete once it has a keymap; the user's keeps the layout as it was.
     if (!uploadKeymap(userKeymap.empty() ? defaultUserKeymap() : userKeymap) || !answered(display)) {
@@ -244,8 +247,9 @@ bool WaylandVirtualKeyboard::pressAndRelease(std::span<const uint32_t> evdevKeys
         return false;
     }
     const int count = static_cast<int>(evdevKeys.size());
-    std::this_thread::sleep_until(pacer.nextKeysAt(std::chrono::steady_clock::now(), count));
-    pacer.sent(std::chrono::steady_clock::now(), count);
+    KeyPacer& pace = backlogSeen ? pacer : blindPacer;
+    std::this_thread::sleep_until(pace.nextKeysAt(std::chrono::steady_clock::now(), count));
+    pace.sent(std::chrono::steady_clock::now(), count);
     const uint32_t time = milliseconds();
     for (const uint32_t key : evdevKeys) {
         zwp_virtual_keyboard_v1_key(keyboard, time, key, WL_KEYBOARD_KEY_STATE_PRESSED);
@@ -256,12 +260,13 @@ bool WaylandVirtualKeyboard::pressAndRelease(std::span<const uint32_t> evdevKeys
 }
 
 // Waits while the client receiving the keys is behind; false when it read nothing for `receiverPatience`.
-// True at once where the compositor's connections cannot be seen: the pacer alone then keeps the pace.
+// True at once where the compositor's connections cannot be seen: the blind pacer alone then keeps the pace.
 bool WaylandVirtualKeyboard::receiverKeepsUp() {
     auto deadline = std::chrono::steady_clock::now() + timing.receiverPatience;
     std::uint64_t lastExcess = 0;
     for (;;) {
         const auto connections = backlog ? backlog->sample() : std::nullopt;
+        backlogSeen = connections.has_value();
         const std::uint64_t excess = connections ? brake.excess(*connections) : 0;
         if (excess == 0) {
             return true;

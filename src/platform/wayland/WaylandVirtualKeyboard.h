@@ -30,7 +30,8 @@ namespace keyferry {
 // as KeyPacer allows and followed by a roundtrip, and after each new keymap a roundtrip plus `keymapSettle`,
 // the time Xwayland was seen to need before its clients read keys with the new keymap. Where the compositor's
 // connections can be seen (CompositorBacklog), a batch also waits while the client receiving the keys is
-// behind (BacklogBrake), and typing fails when that client reads nothing for `receiverPatience`. Watches the seat's own keyboard for the user's
+// behind (BacklogBrake), and typing fails when that client reads nothing for `receiverPatience`; where they
+// cannot, keys go at the slower `blindPacing`. Watches the seat's own keyboard for the user's
 // keymap, and gives it back on request.
 //
 // Owned by VirtualKeyboardPoster, which serialises every call; not thread-safe itself. Failures are
@@ -38,11 +39,13 @@ namespace keyferry {
 class WaylandVirtualKeyboard {
 public:
     struct Timing {
-        KeyPacer::Timing pacing;
+        KeyPacer::Timing pacing;      // while the receiving client's backlog is watched
+        KeyPacer::Timing blindPacing; // where it cannot be seen (or `watchBacklog` is off)
         std::chrono::steady_clock::duration keymapSettle;
         std::size_t keysPerRoundtrip = 1;
         // How long keys wait for a receiving client that reads nothing at all before typing fails.
         std::chrono::steady_clock::duration receiverPatience = std::chrono::seconds(5);
+        bool watchBacklog = true;
     };
 
     explicit WaylandVirtualKeyboard(Timing timing);
@@ -94,6 +97,8 @@ private:
     std::string userKeymap;
     std::chrono::steady_clock::time_point connectedAt;
     KeyPacer pacer;
+    KeyPacer blindPacer;
+    bool backlogSeen = false; // at the last look before keys went
     std::optional<CompositorBacklog> backlog;
     BacklogBrake brake;
 };
