@@ -109,6 +109,15 @@ private:
     int runs = 0;
 };
 
+// The machine's load averages (1, 5 and 15 minutes): the receivers' speed depends on the CPU they get.
+std::string loadAverage() {
+    std::string one;
+    std::string five;
+    std::string fifteen;
+    std::ifstream("/proc/loadavg") >> one >> five >> fifteen;
+    return one + " " + five + " " + fifteen;
+}
+
 // Prints one line and returns the speed in characters per second.
 double print(const std::string& name, const std::string& text, const Typed& typed, double reference) {
     const double speed = static_cast<double>(codePointCount(text)) / typed.seconds;
@@ -135,8 +144,9 @@ int main(int argc, char** argv) {
         Bench bench(argv[1], argv[2], argv[3], argv[4]);
         constexpr std::size_t characters = 2000; // wtype takes some 10 s per receiver for this
         const std::string text = withTypedLineEnds(mixedSampleText(characters));
-        std::printf("Typing %zu characters of mixed text under a headless sway, with wtype and with keyferry-type\n",
-                    characters);
+        std::printf("Typing %zu characters of mixed text under a headless sway, with wtype and with keyferry-type\n"
+                    "(load average now: %s)\n",
+                    characters, loadAverage().c_str());
         for (const Receiver& receiver : bench.receivers()) {
             std::printf("%s:\n", receiver.name.c_str());
             const double reference = print("wtype -", text, bench.type(receiver, {"wtype", "-"}, text), 0);

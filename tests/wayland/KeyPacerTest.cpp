@@ -13,7 +13,7 @@ constexpr KeyPacer::Timing timing{500us, 1500us, 10};
 KeyPacer::TimePoint sendAsSoonAsAllowed(KeyPacer& pacer, KeyPacer::TimePoint start, int keys) {
     KeyPacer::TimePoint at = start;
     for (int key = 0; key < keys; ++key) {
-        at = pacer.nextKeyAt(at);
+        at = pacer.nextKeysAt(at);
         pacer.sent(at);
     }
     return at;
@@ -37,7 +37,7 @@ TEST(KeyPacer, TheModelledClientNeverHasMoreThanTheBurstQueued) {
     KeyPacer pacer(timing);
     KeyPacer::TimePoint at{1s};
     for (int key = 0; key < 1000; ++key) {
-        at = pacer.nextKeyAt(at);
+        at = pacer.nextKeysAt(at);
         pacer.sent(at);
         // Keys sent so far minus keys a client reading one per 1.5 ms has read.
         const double read = std::chrono::duration<double>(at - KeyPacer::TimePoint{1s}).count() / 0.0015;
@@ -56,8 +56,23 @@ TEST(KeyPacer, NeverSoonerThanAskedNorCloserThanTheKeyInterval) {
     KeyPacer pacer(timing);
     const KeyPacer::TimePoint start{1s};
     pacer.sent(start);
-    EXPECT_EQ(pacer.nextKeyAt(start), start + 500us);
-    EXPECT_EQ(pacer.nextKeyAt(start + 2s), start + 2s);
+    EXPECT_EQ(pacer.nextKeysAt(start), start + 500us);
+    EXPECT_EQ(pacer.nextKeysAt(start + 2s), start + 2s);
+}
+
+TEST(KeyPacer, KeysSentTogetherCountTogether) {
+    KeyPacer pacer(timing);
+    const KeyPacer::TimePoint start{1s};
+    pacer.sent(start, 10);
+    // The burst is full: five more may go once the modelled client has read five.
+    EXPECT_NEAR(std::chrono::duration<double>(pacer.nextKeysAt(start, 5) - start).count(), 5 * 0.0015, 1e-6);
+}
+
+TEST(KeyPacer, ABatchKeepsTheKeyIntervalOfEachOfItsKeys) {
+    KeyPacer pacer(timing);
+    const KeyPacer::TimePoint start{1s};
+    pacer.sent(start, 4);
+    EXPECT_EQ(pacer.nextKeysAt(start, 1), start + 4 * 500us);
 }
 
 } // namespace

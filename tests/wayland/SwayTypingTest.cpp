@@ -10,6 +10,8 @@
 
 #include <gtest/gtest.h>
 
+#include <signal.h>
+
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
@@ -52,6 +54,23 @@ std::string recorded(const std::filesystem::path& path, std::size_t bytes) {
     }
     std::this_thread::sleep_for(100ms); // anything beyond the text shows up as a difference
     return contentsOf(path);
+}
+
+// The running process whose command line holds `needle`; 0 when there is none.
+pid_t processWith(const std::string& needle) {
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc", error)) {
+        const std::string name = entry.path().filename().string();
+        if (name.find_first_not_of("0123456789") != std::string::npos) {
+            continue;
+        }
+        std::string command = contentsOf(entry.path() / "cmdline");
+        std::replace(command.begin(), command.end(), '\0', ' ');
+        if (command.find(needle) != std::string::npos) {
+            return std::stoi(name);
+        }
+    }
+    return 0;
 }
 
 class SwayTypingTest : public ::testing::Test {
@@ -137,6 +156,42 @@ TEST_F(SwayTypingTest, MixedTextArrivesExactlyInAGtkTextViewOnWayland) {
 TEST_F(SwayTypingTest, MixedTextArrivesExactlyInAQtWidgetOnXwayland) {
     startReceiver({qtReceiver, "OUTPUT", "0"}, {{"QT_QPA_PLATFORM", "xcb"}, {"DISPLAY", sway->xDisplay()}});
     expectExactlyTyped();
+}
+
+// A window that reads nothing for a while (busy, or stopped here) gets the whole text once it reads again,
+// rather than being dropped by the compositor for the keys queued meanwhile.
+TEST_F(SwayTypingTest, AGtkTextViewThatStopsReadingForAWhileStillGetsTheWholeText) {
+    startReceiver({"python3", gtkReceiver, "OUTPUT"}, {{"GDK_BACKEND", "wayland"}});
+    const pid_t client = processWith(output.string());
+    ASSERT_GT(client, 0);
+    ASSERT_EQ(kill(client, SIGSTOP), 0);
+    const std::string text = mixedSampleText(3000);
+    auto tool = sway->run({typeTool, "--backend=virtual-keyboard"}, {}, text);
+    std::this_thread::sleep_for(3s); // how long the window reads nothing
+    kill(client, SIGCONT);
+    EXPECT_EQ(tool->waitForExit(60s), std::optional<int>(0));
+    const std::string expected = withTypedLineEnds(text);
+    EXPECT_TRUE(recorded(output, expected.size()) == expected);
+}
+
+// Where the compositor's connections cannot be seen, keys go at the blind pace, without the brake.
+TEST_F(SwayTypingTest, WithoutWatchingTheReceiverKeysStillArriveExactlyInAGtkTextView) {
+    startReceiver({"python3", gtkReceiver, "OUTPUT"}, {{"GDK_BACKEND", "wayland"}});
+    const std::string text = mixedSampleText(3000);
+    setenv("WAYLAND_DISPLAY", sway->waylandSocket().c_str(), 1);
+    VirtualKeyboardPoster::Timing timing;
+    timing.watchBacklog = false;
+    bool inserted = false;
+    {
+        VirtualKeyboardPoster poster(timing);
+        VirtualKeyboardProbe probe;
+        TextInjector injector(poster, probe);
+        inserted = injector.insert(text);
+    }
+    unsetenv("WAYLAND_DISPLAY");
+    EXPECT_TRUE(inserted);
+    const std::string expected = withTypedLineEnds(text);
+    EXPECT_TRUE(recorded(output, expected.size()) == expected);
 }
 
 TEST_F(SwayTypingTest, ATextWithACharacterNoKeyTypesIsRefusedWholeAndNothingArrives) {

@@ -10,19 +10,19 @@ double KeyPacer::queuedAt(TimePoint when) const {
     return std::max(0.0, queued - std::max(0.0, read));
 }
 
-KeyPacer::TimePoint KeyPacer::nextKeyAt(TimePoint now) const {
-    TimePoint at = std::max(now, lastKey + timing.keyInterval);
-    const double excess = queuedAt(at) - (timing.burstKeys - 1);
+KeyPacer::TimePoint KeyPacer::nextKeysAt(TimePoint now, int keys) const {
+    TimePoint at = std::max(now, nextAllowed);
+    const double excess = queuedAt(at) + keys - timing.burstKeys;
     if (excess > 0) {
         at += std::chrono::duration_cast<Duration>(excess * std::chrono::duration<double>(timing.sustainedInterval));
     }
     return at;
 }
 
-void KeyPacer::sent(TimePoint at) {
-    queued = queuedAt(at) + 1;
+void KeyPacer::sent(TimePoint at, int keys) {
+    queued = queuedAt(at) + keys;
     queuedSince = at;
-    lastKey = at;
+    nextAllowed = at + keys * timing.keyInterval;
 }
 
 } // namespace keyferry

@@ -30,7 +30,11 @@ VirtualKeyboardPoster::VirtualKeyboardPoster() : VirtualKeyboardPoster(Timing{})
 VirtualKeyboardPoster::VirtualKeyboardPoster(Timing posterTiming)
     : timing(posterTiming),
       keyboard(std::make_unique<WaylandVirtualKeyboard>(
-          WaylandVirtualKeyboard::Timing{timing.pacing, timing.keymapSettle})),
+          WaylandVirtualKeyboard::Timing{.pacing = timing.pacing,
+                                         .blindPacing = timing.blindPacing,
+                                         .keymapSettle = timing.keymapSettle,
+                                         .keysPerRoundtrip = timing.keysPerRoundtrip,
+                                         .watchBacklog = timing.watchBacklog})),
       restorer([this](const std::stop_token& stop) { restoreWhenIdle(stop); }) {
     const std::lock_guard lock(mutex);
     keyboard->connect(); // early, so clients have seen the keyboard before the first text

@@ -78,7 +78,8 @@ std::string keymapText(const Keymap& keymap) {
 } // namespace
 
 WaylandVirtualKeyboard::WaylandVirtualKeyboard(Timing keyboardTiming)
-    : timing(keyboardTiming), context(xkb_context_new(XKB_CONTEXT_NO_FLAGS)), pacer(timing.pacing) {}
+    : timing(keyboardTiming), context(xkb_context_new(XKB_CONTEXT_NO_FLAGS)), pacer(timing.pacing),
+      blindPacer(timing.blindPacing) {}
 
 WaylandVirtualKeyboard::~WaylandVirtualKeyboard() {
     if (healthy()) {
@@ -111,6 +112,10 @@ bool WaylandVirtualKeyboard::connect() {
     answered(display);
     answered(display);
     connectedAt = std::chrono::steady_clock::now();
+    if (timing.watchBacklog) {
+        backlog.emplace(wl_display_get_fd(display));
+    }
+    brake = BacklogBrake();
     // A virtual keyboard is complete once it has a keymap; the user's keeps the layout as it was.
     if (!uploadKeymap(userKeymap.empty() ? defaultUserKeymap() : userKeymap) || !answered(display)) {
         disconnect();
@@ -218,28 +223,72 @@ bool WaylandVirtualKeyboard::typeConnected(const std::vector<uint32_t>& keysyms,
         ownKeymapUploaded = true;
         std::this_thread::sleep_for(timing.keymapSettle);
     }
+    std::vector<uint32_t> evdevKeys;
     for (const uint32_t keysym : keysyms) {
         const auto key = keys.evdevKeyFor(keysym);
-        if (!key || !pressAndRelease(*key)) {
+        if (!key) {
+            return false;
+        }
+        evdevKeys.push_back(*key);
+    }
+    for (std::size_t first = 0; first < evdevKeys.size(); first += timing.keysPerRoundtrip) {
+        const std::size_t count = std::min(timing.keysPerRoundtrip, evdevKeys.size() - first);
+        if (!pressAndRelease(std::span(evdevKeys).subspan(first, count))) {
             return false;
         }
     }
     return true;
 }
 
-bool WaylandVirtualKeyboard::pressAndRelease(uint32_t evdevKey) {
-    std::this_thread::sleep_until(pacer.nextKeyAt(std::chrono::steady_clock::now()));
-    pacer.sent(std::chrono::steady_clock::now());
+// The keys go together, so the compositor reads them at once and hands them to the focused client in one
+// write: a client that falls behind then has whole batches queued, not a socket full of one-key writes.
+bool WaylandVirtualKeyboard::pressAndRelease(std::span<const uint32_t> evdevKeys) {
+    if (!receiverKeepsUp()) {
+        return false;
+    }
+    const int count = static_cast<int>(evdevKeys.size());
+    KeyPacer& pace = backlogSeen ? pacer : blindPacer;
+    std::this_thread::sleep_until(pace.nextKeysAt(std::chrono::steady_clock::now(), count));
+    pace.sent(std::chrono::steady_clock::now(), count);
     const uint32_t time = milliseconds();
-    zwp_virtual_keyboard_v1_key(keyboard, time, evdevKey, WL_KEYBOARD_KEY_STATE_PRESSED);
-    zwp_virtual_keyboard_v1_key(keyboard, time, evdevKey, WL_KEYBOARD_KEY_STATE_RELEASED);
+    for (const uint32_t key : evdevKeys) {
+        zwp_virtual_keyboard_v1_key(keyboard, time, key, WL_KEYBOARD_KEY_STATE_PRESSED);
+        zwp_virtual_keyboard_v1_key(keyboard, time, key, WL_KEYBOARD_KEY_STATE_RELEASED);
+    }
+    brake.keysSent();
     return answered(display);
+}
+
+// Waits while the client receiving the keys is behind; false when it read nothing for `receiverPatience`.
+// True at once where the compositor's connections cannot be seen: the blind pacer alone then keeps the pace.
+bool WaylandVirtualKeyboard::receiverKeepsUp() {
+    auto deadline = std::chrono::steady_clock::now() + timing.receiverPatience;
+    std::uint64_t lastExcess = 0;
+    for (;;) {
+        const auto connections = backlog ? backlog->sample() : std::nullopt;
+        backlogSeen = connections.has_value();
+        const std::uint64_t excess = connections ? brake.excess(*connections) : 0;
+        if (excess == 0) {
+            return true;
+        }
+        if (lastExcess != 0 && excess < lastExcess) {
+            deadline = std::chrono::steady_clock::now() + timing.receiverPatience;
+        }
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        lastExcess = excess;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
 }
 
 void WaylandVirtualKeyboard::restoreUserKeymap() {
     if (!ownKeymapUploaded || !healthy()) {
         return;
     }
+    // Typing has paused: the next text may go to another window, whose connection the brake learns anew,
+    // so a window typed into before that is slow for reasons of its own never holds it up.
+    brake = BacklogBrake();
     if (uploadKeymap(userKeymap.empty() ? defaultUserKeymap() : userKeymap)) {
         answered(display);
         ownKeymapUploaded = false;

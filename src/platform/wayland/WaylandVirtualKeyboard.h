@@ -1,5 +1,7 @@
 #pragma once
 
+#include "BacklogBrake.h"
+#include "CompositorBacklog.h"
 #include "KeyPacer.h"
 #include "VirtualKeyboardKeymap.h"
 
@@ -24,9 +26,12 @@ namespace keyferry {
 // One connection to the compositor (WAYLAND_DISPLAY) holding one virtual keyboard on the first seat, for as
 // long as the object lives: a seat whose keyboard comes and goes makes clients lose the first keys.
 // Types characters by giving the virtual keyboard a keymap that has them (see VirtualKeyboardKeymap) and
-// pressing their keys, paced so that no client is flooded: one roundtrip per key, keys as KeyPacer allows,
-// and after each new keymap a roundtrip plus `keymapSettle`, the time Xwayland was seen to
-// need before its clients read keys with the new keymap. Watches the seat's own keyboard for the user's
+// pressing their keys, paced so that no client is flooded: keys in batches of `keysPerRoundtrip`, each batch
+// as KeyPacer allows and followed by a roundtrip, and after each new keymap a roundtrip plus `keymapSettle`,
+// the time Xwayland was seen to need before its clients read keys with the new keymap. Where the compositor's
+// connections can be seen (CompositorBacklog), a batch also waits while the client receiving the keys is
+// behind (BacklogBrake), and typing fails when that client reads nothing for `receiverPatience`; where they
+// cannot, keys go at the slower `blindPacing`. Watches the seat's own keyboard for the user's
 // keymap, and gives it back on request.
 //
 // Owned by VirtualKeyboardPoster, which serialises every call; not thread-safe itself. Failures are
@@ -34,8 +39,13 @@ namespace keyferry {
 class WaylandVirtualKeyboard {
 public:
     struct Timing {
-        KeyPacer::Timing pacing;
+        KeyPacer::Timing pacing;      // while the receiving client's backlog is watched
+        KeyPacer::Timing blindPacing; // where it cannot be seen (or `watchBacklog` is off)
         std::chrono::steady_clock::duration keymapSettle;
+        std::size_t keysPerRoundtrip = 1;
+        // How long keys wait for a receiving client that reads nothing at all before typing fails.
+        std::chrono::steady_clock::duration receiverPatience = std::chrono::seconds(5);
+        bool watchBacklog = true;
     };
 
     explicit WaylandVirtualKeyboard(Timing timing);
@@ -68,7 +78,8 @@ private:
     bool healthy() const;
     bool typeConnected(const std::vector<std::uint32_t>& keysyms, std::span<const std::uint32_t> upcoming);
     bool uploadKeymap(const std::string& keymapText);
-    bool pressAndRelease(std::uint32_t evdevKey);
+    bool pressAndRelease(std::span<const std::uint32_t> evdevKeys);
+    bool receiverKeepsUp();
     std::string defaultUserKeymap() const;
     std::uint32_t milliseconds() const;
 
@@ -86,6 +97,10 @@ private:
     std::string userKeymap;
     std::chrono::steady_clock::time_point connectedAt;
     KeyPacer pacer;
+    KeyPacer blindPacer;
+    bool backlogSeen = false; // at the last look before keys went
+    std::optional<CompositorBacklog> backlog;
+    BacklogBrake brake;
 };
 
 } // namespace keyferry
