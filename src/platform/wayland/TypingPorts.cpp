@@ -1,5 +1,8 @@
 #include "TypingPorts.h"
 
+#include "GnomeKeyPresser.h"
+#include "GnomeRemoteDesktopProbe.h"
+#include "LayoutKeyboardPoster.h"
 #include "UnavailableKeyboardPoster.h"
 #include "UnavailableTypingProbe.h"
 #include "VirtualKeyboardPoster.h"
@@ -11,13 +14,13 @@ namespace keyferry {
 
 namespace {
 
-// Whether a backend can type here now. GNOME's remote desktop and KDE's fake input are not built yet, so
-// they never work, and a session that offers only them is told so rather than typing into nothing.
+// Whether a backend can type here now. KDE's fake input is not built yet, so it never works, and a session
+// that offers only it is told so rather than typing into nothing.
 bool works(TypingBackend backend) {
     switch (backend) {
     case TypingBackend::xtest: return X11AccessibilityProbe().isTrusted(false);
     case TypingBackend::virtualKeyboard: return VirtualKeyboardProbe().isTrusted(false);
-    case TypingBackend::gnomeRemoteDesktop:
+    case TypingBackend::gnomeRemoteDesktop: return GnomeRemoteDesktopProbe().isTrusted(false);
     case TypingBackend::kdeFakeInput:
     case TypingBackend::none: break;
     }
@@ -35,6 +38,9 @@ TypingPorts TypingPorts::make(std::optional<TypingBackend> requested) {
     if (backend == TypingBackend::virtualKeyboard) {
         ports.poster = std::make_unique<VirtualKeyboardPoster>();
         ports.probe = std::make_unique<VirtualKeyboardProbe>();
+    } else if (backend == TypingBackend::gnomeRemoteDesktop) {
+        ports.poster = std::make_unique<LayoutKeyboardPoster>(std::make_unique<GnomeKeyPresser>());
+        ports.probe = std::make_unique<GnomeRemoteDesktopProbe>();
     } else if (backend == TypingBackend::xtest ||
                (backend == TypingBackend::none && !requested && session.isX11())) {
         ports.poster = std::make_unique<XTestKeyboardPoster>();

@@ -1,0 +1,76 @@
+#include "LayoutKeyboardPoster.h"
+
+#include "Utf16.h"
+
+#include <ranges>
+
+namespace keyferry {
+
+namespace {
+
+// How long the seat may take to show its keyboard after the route's keyboard appeared.
+constexpr std::chrono::milliseconds keymapLimit(2000);
+
+} // namespace
+
+LayoutKeyboardPoster::LayoutKeyboardPoster(std::unique_ptr<UserKeyPresser> presser) : keys(std::move(presser)) {
+    // Early, so that windows have seen the route's keyboard before the first text.
+    if (keys->ready()) {
+        plan = seat.plan(keymapLimit);
+    }
+}
+
+std::shared_ptr<const LayoutKeyPlan> LayoutKeyboardPoster::currentPlan() {
+    return keys->ready() ? seat.plan(keymapLimit) : nullptr;
+}
+
+bool LayoutKeyboardPoster::canType(std::u16string_view text) {
+    plan = currentPlan();
+    if (!plan) {
+        return false;
+    }
+    for (const char32_t character : codePointsFromUtf16(text)) {
+        if (!plan->strokesFor(character)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool LayoutKeyboardPoster::postKeyPair(std::u16string_view units) {
+    if (!plan) {
+        plan = currentPlan();
+    }
+    if (!plan) {
+        return false;
+    }
+    for (const char32_t character : codePointsFromUtf16(units)) {
+        const auto strokes = plan->strokesFor(character);
+        if (!strokes) {
+            return false;
+        }
+        for (const KeyStroke& stroke : *strokes) {
+            if (!tap(stroke)) {
+                plan.reset();
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+bool LayoutKeyboardPoster::tap(const KeyStroke& stroke) {
+    bool pressed = true;
+    for (const LayoutKey& modifier : stroke.modifiers) {
+        pressed = pressed && keys->press(modifier, true);
+    }
+    pressed = pressed && keys->press(stroke.key, true) && keys->press(stroke.key, false);
+    // Released even after a failure, so no modifier stays held.
+    bool released = true;
+    for (const LayoutKey& modifier : std::views::reverse(stroke.modifiers)) {
+        released = keys->press(modifier, false) && released;
+    }
+    return pressed && released;
+}
+
+} // namespace keyferry

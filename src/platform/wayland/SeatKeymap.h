@@ -1,0 +1,59 @@
+#pragma once
+
+#include "LayoutKeyPlan.h"
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+struct wl_display;
+struct wl_keyboard;
+struct wl_registry;
+struct wl_seat;
+struct xkb_context;
+
+namespace keyferry {
+
+// The user's keymap and the layout in effect, as the compositor (WAYLAND_DISPLAY) tells any client through
+// the first seat's wl_keyboard: the keymap it sends, resent when the user changes it, and the layout (xkb
+// group) of its last modifiers event, the first layout until one arrives (a client without a focused window
+// hears of the group only when the compositor chooses to tell it). Routes that press the user's own keys
+// plan their strokes with it.
+//
+// Owned by one poster, which calls it from one thread at a time; not thread-safe. Never throws: a compositor
+// that cannot be reached or has no keyboard on its seat gives no plan.
+class SeatKeymap {
+public:
+    SeatKeymap();
+    ~SeatKeymap();
+    SeatKeymap(const SeatKeymap&) = delete;
+    SeatKeymap& operator=(const SeatKeymap&) = delete;
+
+    // Connects if not yet done, reads what the compositor sent since the last call and plans with the keymap
+    // in effect; waits up to `limit` for a first keymap (a seat gets its keyboard when a keyboard device
+    // appears, such as a remote-desktop session's). Null when there is still none.
+    std::shared_ptr<const LayoutKeyPlan> plan(std::chrono::milliseconds limit);
+
+    // Called by the listeners with what the compositor sends.
+    void globalAdvertised(wl_registry* registry, std::uint32_t name, const char* interface, std::uint32_t version);
+    void seatCapabilities(std::uint32_t capabilities);
+    void keymapReceived(std::string text);
+    void layoutInEffect(std::uint32_t group);
+
+private:
+    bool connect();
+    void disconnect();
+
+    wl_display* display = nullptr;
+    wl_registry* registry = nullptr;
+    wl_seat* seat = nullptr;
+    wl_keyboard* keyboard = nullptr;
+    std::unique_ptr<xkb_context, void (*)(xkb_context*)> context;
+    std::string keymapText;
+    std::uint32_t group = 0;
+    bool changed = false;
+    std::shared_ptr<const LayoutKeyPlan> current;
+};
+
+} // namespace keyferry

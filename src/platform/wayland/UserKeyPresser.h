@@ -1,0 +1,21 @@
+#pragma once
+
+#include "LayoutKey.h"
+
+namespace keyferry {
+
+// Presses keys of the user's own keymap in the focused window, for routes that cannot type other keys
+// (GNOME's remote desktop, KDE's fake input). Owned by LayoutKeyboardPoster, which calls it from one thread
+// at a time. Failures are returned, never thrown; a presser that failed may succeed after a new ready().
+class UserKeyPresser {
+public:
+    virtual ~UserKeyPresser() = default;
+
+    // Connects to the route and gets its keyboard, if not done yet; false when the route is not to be had.
+    virtual bool ready() = 0;
+
+    // Presses or releases a key; false when the route refused it or was lost.
+    virtual bool press(const LayoutKey& key, bool pressed) = 0;
+};
+
+} // namespace keyferry
