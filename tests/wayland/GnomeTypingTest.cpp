@@ -2,7 +2,7 @@
 // view on Wayland that records what it gets. A remote-desktop session that idles keeps a keyboard on the
 // seat first, as a real desktop's keyboard would. Characters of the layout arrive as their keys, the others
 // through the Unicode entry.
-#include "HeadlessMutter.h"
+#include "HeadlessCompositor.h"
 #include "RecordedText.h"
 
 #include <gtest/gtest.h>
@@ -18,7 +18,7 @@ using namespace std::chrono_literals;
 class GnomeTypingTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        mutter = std::make_unique<HeadlessMutter>();
+        mutter = std::make_unique<HeadlessCompositor>(HeadlessCompositor::Kind::mutter);
         placeholder = mutter->run({"python3", KEYFERRY_GNOME_PLACEHOLDER_KEYBOARD});
         ASSERT_EQ(placeholder->readLine(30s), std::optional<std::string>("ready")) << mutter->log();
     }
@@ -42,7 +42,7 @@ protected:
         return tool->waitForExit(60s).value_or(-1);
     }
 
-    static inline std::unique_ptr<HeadlessMutter> mutter;
+    static inline std::unique_ptr<HeadlessCompositor> mutter;
     static inline std::unique_ptr<HelperProcess> placeholder;
     std::unique_ptr<HelperProcess> receiver;
     std::filesystem::path output;

@@ -1,0 +1,68 @@
+// Typing with keyferry-type's KDE route under a headless KWin on a private session bus, into a GTK text view
+// on Wayland that records what it gets. The copy of keyferry-type that types is granted KDE's fake input by a
+// desktop entry made from the one Keyferry installs; the build's own keyferry-type is not.
+#include "HeadlessCompositor.h"
+#include "RecordedText.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+
+namespace keyferry {
+namespace {
+
+using namespace std::chrono_literals;
+
+class KdeTypingTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        kwin = std::make_unique<HeadlessCompositor>(HeadlessCompositor::Kind::kwin,
+                                                    std::vector<std::filesystem::path>{KEYFERRY_TYPE_TOOL},
+                                                    KEYFERRY_DESKTOP_ENTRY);
+    }
+
+    static void TearDownTestSuite() { kwin.reset(); }
+
+    void SetUp() override {
+        output = kwin->file(::testing::UnitTest::GetInstance()->current_test_info()->name() + std::string(".txt"));
+        receiver = kwin->run({"python3", KEYFERRY_GTK_RECEIVER, output.string()}, {{"GDK_BACKEND", "wayland"}});
+        ASSERT_EQ(receiver->readLine(30s), std::optional<std::string>("ready")) << "no focus; " << kwin->log();
+    }
+
+    void TearDown() override { receiver.reset(); }
+
+    // Types the text with a keyferry-type; the exit status.
+    static int type(const std::string& text, const std::string& tool) {
+        auto typing = kwin->run({tool, "--backend=kde"}, {}, text);
+        return typing->waitForExit(60s).value_or(-1);
+    }
+
+    static int typeGranted(const std::string& text) { return type(text, kwin->file("keyferry-type").string()); }
+
+    static inline std::unique_ptr<HeadlessCompositor> kwin;
+    std::unique_ptr<HelperProcess> receiver;
+    std::filesystem::path output;
+};
+
+TEST_F(KdeTypingTest, TextOfTheLayoutArrivesExactly) {
+    const std::string text = "Hello, World! The quick brown fox jumps over the lazy dog.\n"
+                             "0123456789 ~!@#$%^&*()_+`-=[]{}\\|;':\",./<>?\tEND\n";
+    ASSERT_EQ(typeGranted(text), 0);
+    EXPECT_EQ(recordedText(output, text.size()), text);
+}
+
+TEST_F(KdeTypingTest, CharactersOutsideTheLayoutArriveThroughTheUnicodeEntry) {
+    const std::string text = "a\u4e2d b\u00e9 c\U0001F600\n";
+    ASSERT_EQ(typeGranted(text), 0);
+    EXPECT_EQ(recordedText(output, text.size()), text);
+}
+
+TEST_F(KdeTypingTest, AProgramWithoutTheDesktopEntryIsNotOfferedFakeInputAndTypesNothing) {
+    EXPECT_EQ(type("nothing", KEYFERRY_TYPE_TOOL), 1);
+    ASSERT_EQ(typeGranted("yes"), 0);
+    EXPECT_EQ(recordedText(output, 3), "yes");
+}
+
+} // namespace
+} // namespace keyferry
