@@ -3,6 +3,7 @@
 #include "Utf16.h"
 
 #include <ranges>
+#include <thread>
 
 namespace keyferry {
 
@@ -13,7 +14,8 @@ constexpr std::chrono::milliseconds keymapLimit(2000);
 
 } // namespace
 
-LayoutKeyboardPoster::LayoutKeyboardPoster(std::unique_ptr<UserKeyPresser> presser) : keys(std::move(presser)) {
+LayoutKeyboardPoster::LayoutKeyboardPoster(std::unique_ptr<UserKeyPresser> presser, KeyPacer::Timing pacing)
+    : keys(std::move(presser)), pacer(pacing) {
     // Early, so that windows have seen the route's keyboard before the first text.
     if (keys->ready()) {
         plan = seat.plan(keymapLimit);
@@ -62,15 +64,28 @@ bool LayoutKeyboardPoster::postKeyPair(std::u16string_view units) {
 bool LayoutKeyboardPoster::tap(const KeyStroke& stroke) {
     bool pressed = true;
     for (const LayoutKey& modifier : stroke.modifiers) {
-        pressed = pressed && keys->press(modifier, true);
+        pressed = pressed && press(modifier, true);
     }
-    pressed = pressed && keys->press(stroke.key, true) && keys->press(stroke.key, false);
+    pressed = pressed && press(stroke.key, true) && keys->press(stroke.key, false);
     // Released even after a failure, so no modifier stays held.
     bool released = true;
     for (const LayoutKey& modifier : std::views::reverse(stroke.modifiers)) {
         released = keys->press(modifier, false) && released;
     }
     return pressed && released;
+}
+
+} // namespace keyferry
+
+namespace keyferry {
+
+// Presses wait for the pacer; releases follow at once, as a key's own events reach a window together.
+bool LayoutKeyboardPoster::press(const LayoutKey& key, bool pressed) {
+    if (pressed) {
+        std::this_thread::sleep_until(pacer.nextKeyAt(std::chrono::steady_clock::now()));
+        pacer.sent(std::chrono::steady_clock::now());
+    }
+    return keys->press(key, pressed);
 }
 
 } // namespace keyferry

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "KeyPacer.h"
 #include "KeyboardPoster.h"
 #include "LayoutKeyPlan.h"
 #include "SeatKeymap.h"
@@ -16,13 +17,19 @@ namespace keyferry {
 // of their level, any other through the input method's Unicode entry (see LayoutKeyPlan). The keymap is the
 // one the compositor gives its clients (see SeatKeymap), read again before each text. A text holding a
 // character that no stroke types (a control character other than line feed and tab) is refused whole.
+// Presses are paced (see KeyPacer) so that no window is flooded: a compositor drops a client that falls too
+// far behind, and GTK windows also trade input-method state with the compositor at every key.
 //
 // Ownership: owned by the application or a tool, with its presser, for its whole life. Thread: canType and
 // postKeyPair are called from one thread at a time (the service's queue). Failure: postKeyPair returns false
 // when the route is lost or a key is refused; what was pressed before stays typed.
 class LayoutKeyboardPoster final : public KeyboardPoster {
 public:
-    explicit LayoutKeyboardPoster(std::unique_ptr<UserKeyPresser> presser);
+    // Short texts at one press per half millisecond; long ones settle at a pace a slow GTK client keeps up with.
+    static constexpr KeyPacer::Timing defaultPacing{std::chrono::microseconds(500), std::chrono::microseconds(1500),
+                                                    150};
+
+    explicit LayoutKeyboardPoster(std::unique_ptr<UserKeyPresser> presser, KeyPacer::Timing pacing = defaultPacing);
 
     bool postKeyPair(std::u16string_view units) override;
     bool canType(std::u16string_view text) override;
@@ -30,10 +37,12 @@ public:
 private:
     std::shared_ptr<const LayoutKeyPlan> currentPlan();
     bool tap(const KeyStroke& stroke);
+    bool press(const LayoutKey& key, bool pressed);
 
     std::unique_ptr<UserKeyPresser> keys;
     SeatKeymap seat;
     std::shared_ptr<const LayoutKeyPlan> plan;
+    KeyPacer pacer;
 };
 
 } // namespace keyferry
