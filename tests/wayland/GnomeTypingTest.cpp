@@ -36,9 +36,11 @@ protected:
 
     void TearDown() override { receiver.reset(); }
 
-    // Types the text with keyferry-type; the exit status.
-    static int type(const std::string& text) {
-        auto tool = mutter->run({KEYFERRY_TYPE_TOOL, "--backend=gnome"}, {}, text);
+    // Types the text with keyferry-type, with the arguments given; the exit status.
+    static int type(const std::string& text, const std::vector<std::string>& arguments = {"--backend=gnome"}) {
+        std::vector<std::string> command{KEYFERRY_TYPE_TOOL};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        auto tool = mutter->run(command, {}, text);
         return tool->waitForExit(60s).value_or(-1);
     }
 
@@ -65,6 +67,11 @@ TEST_F(GnomeTypingTest, ATextWithACharacterNoKeyTypesIsRefusedWholeAndNothingArr
     EXPECT_EQ(type("typed? \x07 no"), 1);
     EXPECT_EQ(type("yes"), 0);
     EXPECT_EQ(recordedText(output, 3), "yes");
+}
+
+TEST_F(GnomeTypingTest, TheChoiceForThisSessionIsGnomesRemoteDesktop) {
+    ASSERT_EQ(type("chosen", {}), 0);
+    EXPECT_EQ(recordedText(output, 6), "chosen");
 }
 
 } // namespace

@@ -32,9 +32,12 @@ protected:
 
     void TearDown() override { receiver.reset(); }
 
-    // Types the text with a keyferry-type; the exit status.
-    static int type(const std::string& text, const std::string& tool) {
-        auto typing = kwin->run({tool, "--backend=kde"}, {}, text);
+    // Types the text with a keyferry-type, with the arguments given; the exit status.
+    static int type(const std::string& text, const std::string& tool,
+                    const std::vector<std::string>& arguments = {"--backend=kde"}) {
+        std::vector<std::string> command{tool};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        auto typing = kwin->run(command, {}, text);
         return typing->waitForExit(60s).value_or(-1);
     }
 
@@ -62,6 +65,11 @@ TEST_F(KdeTypingTest, AProgramWithoutTheDesktopEntryIsNotOfferedFakeInputAndType
     EXPECT_EQ(type("nothing", KEYFERRY_TYPE_TOOL), 1);
     ASSERT_EQ(typeGranted("yes"), 0);
     EXPECT_EQ(recordedText(output, 3), "yes");
+}
+
+TEST_F(KdeTypingTest, TheChoiceForThisSessionIsKdesFakeInput) {
+    ASSERT_EQ(type("chosen", kwin->file("keyferry-type").string(), {}), 0);
+    EXPECT_EQ(recordedText(output, 6), "chosen");
 }
 
 } // namespace
