@@ -13,7 +13,24 @@ bool GnomeKeyPresser::press(const LayoutKey& key, bool pressed) {
     if (!session) {
         return false;
     }
-    if (!session->pressKeysym(key.keysym, pressed)) {
+    if (held) {
+        session->pressKeysym(held->keysym, held->pressed, false);
+    }
+    held = Event{key.keysym, pressed};
+    return true;
+}
+
+bool GnomeKeyPresser::confirm() {
+    if (!session) {
+        held.reset();
+        return false;
+    }
+    if (!held) {
+        return true;
+    }
+    const Event last = *held;
+    held.reset();
+    if (!session->pressKeysym(last.keysym, last.pressed, true)) {
         session.reset();
         return false;
     }

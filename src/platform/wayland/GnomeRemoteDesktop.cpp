@@ -101,9 +101,15 @@ GnomeRemoteDesktop::~GnomeRemoteDesktop() {
     g_object_unref(bus);
 }
 
-bool GnomeRemoteDesktop::pressKeysym(std::uint32_t keysym, bool pressed) {
-    return succeeded(call(bus, service, session.c_str(), sessionInterface, "NotifyKeyboardKeysym",
-                          g_variant_new("(ub)", keysym, static_cast<gboolean>(pressed))));
+bool GnomeRemoteDesktop::pressKeysym(std::uint32_t keysym, bool pressed, bool answered) {
+    GVariant* key = g_variant_new("(ub)", keysym, static_cast<gboolean>(pressed));
+    if (answered) {
+        return succeeded(call(bus, service, session.c_str(), sessionInterface, "NotifyKeyboardKeysym", key));
+    }
+    // No answer asked for (no callback): the call goes out in order and nothing waits.
+    g_dbus_connection_call(bus, service, session.c_str(), sessionInterface, "NotifyKeyboardKeysym", key, nullptr,
+                           G_DBUS_CALL_FLAGS_NO_AUTO_START, callLimitMs, nullptr, nullptr, nullptr);
+    return true;
 }
 
 } // namespace keyferry

@@ -13,8 +13,9 @@ namespace keyferry {
 // keyboard presses keysyms of the layout in effect (mutter picks the key; a keysym the layout lacks is
 // dropped silently, so callers send only the layout's own).
 //
-// Owned by the GNOME poster or the probe; calls are synchronous D-Bus calls, each answered after mutter
-// handled the key, from one thread at a time. Failures are returned, never thrown.
+// Owned by the GNOME poster or the probe; called from one thread at a time. Keys go in order on one bus
+// connection, each either waiting for mutter's answer or not; mutter handles them in that order, so an
+// answered key means every earlier one was handled. Failures are returned, never thrown.
 class GnomeRemoteDesktop {
 public:
     // A started session; null when the session bus, the service or the session is not to be had.
@@ -23,8 +24,9 @@ public:
     GnomeRemoteDesktop(const GnomeRemoteDesktop&) = delete;
     GnomeRemoteDesktop& operator=(const GnomeRemoteDesktop&) = delete;
 
-    // Presses or releases the key of a keysym; false when mutter refused or could not be reached.
-    bool pressKeysym(std::uint32_t keysym, bool pressed);
+    // Presses or releases the key of a keysym. With `answered`, waits for mutter's answer: false when mutter
+    // refused this key or an earlier one, or could not be reached. Without, returns at once (true).
+    bool pressKeysym(std::uint32_t keysym, bool pressed, bool answered);
 
     // Whether the bus has a GNOME remote-desktop service (without starting one).
     static bool offered();

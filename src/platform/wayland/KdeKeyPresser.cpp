@@ -77,6 +77,14 @@ bool KdeKeyPresser::press(const LayoutKey& key, bool pressed) {
     // xkb key codes are the kernel's plus 8; fake input takes the kernel's.
     org_kde_kwin_fake_input_keyboard_key(fakeInput, key.keycode - 8,
                                          pressed ? WL_KEYBOARD_KEY_STATE_PRESSED : WL_KEYBOARD_KEY_STATE_RELEASED);
+    // A roundtrip each: sent without one, at the same pace, a long text got a GTK window dropped by KWin.
+    return confirm();
+}
+
+bool KdeKeyPresser::confirm() {
+    if (display == nullptr) {
+        return false;
+    }
     if (!roundtripWithin(display, answerLimit)) {
         disconnect();
         return false;

@@ -13,8 +13,8 @@ namespace keyferry {
 // Presses the user's keys through KDE's fake input (org_kde_kwin_fake_input, version 4 for keys), on one
 // connection to the compositor kept for the presser's life (made again only after it was lost). KWin offers
 // the interface only to a program whose installed desktop entry (Exec= its path) lists it in
-// X-KDE-Wayland-Interfaces. Keys go as key codes; one roundtrip after each, so the compositor has taken a
-// key before the next. Contract as UserKeyPresser's.
+// X-KDE-Wayland-Interfaces. Keys go as key codes, each followed by a roundtrip, so KWin has taken a key
+// before the next (which spares slow windows a flood). Contract as UserKeyPresser's.
 class KdeKeyPresser final : public UserKeyPresser {
 public:
     KdeKeyPresser() = default;
@@ -24,6 +24,7 @@ public:
 
     bool ready() override;
     bool press(const LayoutKey& key, bool pressed) override;
+    bool confirm() override;
 
     // Called by the registry's listener.
     void globalAdvertised(wl_registry* registry, std::uint32_t name, const char* interface, std::uint32_t version);

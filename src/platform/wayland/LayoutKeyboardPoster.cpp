@@ -3,6 +3,7 @@
 #include "Utf16.h"
 
 #include <ranges>
+#include <vector>
 #include <thread>
 
 namespace keyferry {
@@ -14,16 +15,19 @@ constexpr std::chrono::milliseconds keymapLimit(2000);
 
 } // namespace
 
-LayoutKeyboardPoster::LayoutKeyboardPoster(std::unique_ptr<UserKeyPresser> presser, KeyPacer::Timing pacing)
-    : keys(std::move(presser)), pacer(pacing) {
-    // Early, so that windows have seen the route's keyboard before the first text.
-    if (keys->ready()) {
-        plan = seat.plan(keymapLimit);
+LayoutKeyboardPoster::LayoutKeyboardPoster(std::unique_ptr<UserKeyPresser> presser, KeyPacer::Timing pacing,
+                                           PlanSource planSource)
+    : keys(std::move(presser)), plans(std::move(planSource)), pacer(pacing) {
+    if (!plans) {
+        seat = std::make_unique<SeatKeymap>();
+        plans = [this] { return seat->plan(keymapLimit); };
     }
+    // Early, so that windows have seen the route's keyboard before the first text.
+    plan = currentPlan();
 }
 
 std::shared_ptr<const LayoutKeyPlan> LayoutKeyboardPoster::currentPlan() {
-    return keys->ready() ? seat.plan(keymapLimit) : nullptr;
+    return keys->ready() ? plans() : nullptr;
 }
 
 bool LayoutKeyboardPoster::canType(std::u16string_view text) {
@@ -46,17 +50,21 @@ bool LayoutKeyboardPoster::postKeyPair(std::u16string_view units) {
     if (!plan) {
         return false;
     }
+    std::vector<KeyStroke> strokes;
     for (const char32_t character : codePointsFromUtf16(units)) {
-        const auto strokes = plan->strokesFor(character);
-        if (!strokes) {
+        const auto characterStrokes = plan->strokesFor(character);
+        if (!characterStrokes) {
             return false;
         }
-        for (const KeyStroke& stroke : *strokes) {
-            if (!tap(stroke)) {
-                plan.reset();
-                return false;
-            }
-        }
+        strokes.insert(strokes.end(), characterStrokes->begin(), characterStrokes->end());
+    }
+    bool typed = true;
+    for (const KeyStroke& stroke : strokes) {
+        typed = typed && tap(stroke);
+    }
+    if (!keys->confirm() || !typed) {
+        plan.reset();
+        return false;
     }
     return true;
 }

@@ -7,6 +7,7 @@
 #include "UserKeyPresser.h"
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string_view>
 
@@ -29,7 +30,12 @@ public:
     static constexpr KeyPacer::Timing defaultPacing{std::chrono::microseconds(500), std::chrono::microseconds(1500),
                                                     150};
 
-    explicit LayoutKeyboardPoster(std::unique_ptr<UserKeyPresser> presser, KeyPacer::Timing pacing = defaultPacing);
+    // Where the plan for the keymap in effect comes from; null when there is no keymap.
+    using PlanSource = std::function<std::shared_ptr<const LayoutKeyPlan>()>;
+
+    // With no plan source, plans come from the seat's keymap (see SeatKeymap).
+    explicit LayoutKeyboardPoster(std::unique_ptr<UserKeyPresser> presser, KeyPacer::Timing pacing = defaultPacing,
+                                  PlanSource plans = {});
 
     bool postKeyPair(std::u16string_view units) override;
     bool canType(std::u16string_view text) override;
@@ -40,7 +46,8 @@ private:
     bool press(const LayoutKey& key, bool pressed);
 
     std::unique_ptr<UserKeyPresser> keys;
-    SeatKeymap seat;
+    std::unique_ptr<SeatKeymap> seat;
+    PlanSource plans;
     std::shared_ptr<const LayoutKeyPlan> plan;
     KeyPacer pacer;
 };

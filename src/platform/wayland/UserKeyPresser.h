@@ -14,8 +14,12 @@ public:
     // Connects to the route and gets its keyboard, if not done yet; false when the route is not to be had.
     virtual bool ready() = 0;
 
-    // Presses or releases a key; false when the route refused it or was lost.
+    // Presses or releases a key. May return before the route took it (keys go in order); false when the
+    // route is known to be lost.
     virtual bool press(const LayoutKey& key, bool pressed) = 0;
+
+    // Returns once the route took every key pressed so far; false when one was refused or the route was lost.
+    virtual bool confirm() = 0;
 };
 
 } // namespace keyferry
