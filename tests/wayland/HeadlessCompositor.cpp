@@ -8,6 +8,7 @@
 #include <fstream>
 #include <regex>
 #include <stdexcept>
+#include <thread>
 
 namespace keyferry {
 
@@ -68,8 +69,13 @@ std::string HeadlessCompositor::startScript(Kind kind, const std::vector<std::fi
 
 HeadlessCompositor::~HeadlessCompositor() {
     compositor.reset(); // SIGTERM to its process group (the bus included), SIGKILL after a time limit
+    // The compositor may still be writing its last files as dbus-run-session ends: removed until gone.
+    const auto deadline = std::chrono::steady_clock::now() + 10s;
     std::error_code ignored;
-    std::filesystem::remove_all(folder, ignored);
+    while (std::filesystem::remove_all(folder, ignored), std::filesystem::exists(folder, ignored) &&
+                                                             std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(50ms);
+    }
 }
 
 std::unique_ptr<HelperProcess> HeadlessCompositor::run(const std::vector<std::string>& arguments,
