@@ -35,6 +35,7 @@ public:
         }
     }
     LayoutKeyPlan plan(xkb_layout_index_t layout = 0) const { return LayoutKeyPlan(keymap.get(), layout); }
+    xkb_keymap* get() const { return keymap.get(); }
 
 private:
     std::unique_ptr<xkb_context, decltype(&xkb_context_unref)> context;
@@ -118,6 +119,23 @@ TEST(LayoutKeyPlan, TheSameCharacterIsOnTheLayoutOfOneGroupAndEnteredInAnother) 
     const Keymap keymap("us,de");
     EXPECT_EQ(strokes(keymap.plan(0), U'ä').size(), 4u); // u, e4, space
     EXPECT_EQ(strokes(keymap.plan(1), U'ä').size(), 1u);
+}
+
+TEST(LayoutKeyPlan, WithTheLayoutUnknownOnlyWhatEveryLayoutTypesAlikeIsTypedWithItsKey) {
+    const Keymap usGerman("us,de");
+    const auto either = LayoutKeyPlan::forEveryLayout(usGerman.get());
+    // a is the same key in both; y and z swap places, so they go through the Unicode entry, like ä.
+    EXPECT_TRUE(either.layoutStrokeFor(U'a'));
+    EXPECT_FALSE(either.layoutStrokeFor(U'y'));
+    EXPECT_FALSE(either.layoutStrokeFor(U'z'));
+    EXPECT_FALSE(either.layoutStrokeFor(U'ä'));
+    EXPECT_EQ(strokes(either, U'y').size(), 4u); // u, 7, 9, space
+    const Keymap usRussian("us,ru");
+    const auto latinOrCyrillic = LayoutKeyPlan::forEveryLayout(usRussian.get());
+    EXPECT_TRUE(latinOrCyrillic.layoutStrokeFor(U'1'));
+    EXPECT_FALSE(latinOrCyrillic.strokesFor(U'a')) << "refused rather than typed as the wrong letter";
+    const Keymap us("us");
+    EXPECT_EQ(LayoutKeyPlan::forEveryLayout(us.get()).strokesFor(U'Q'), us.plan().strokesFor(U'Q'));
 }
 
 TEST(LayoutKeyPlan, ALayoutWithoutLatinLettersHasNoUnicodeEntry) {

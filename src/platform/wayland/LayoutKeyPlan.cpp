@@ -1,5 +1,6 @@
 #include "LayoutKeyPlan.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <memory>
@@ -59,6 +60,24 @@ LayoutKeyPlan::LayoutKeyPlan(xkb_keymap* userKeymap, xkb_layout_index_t layoutIn
          ++keycode) {
         addKey(keycode);
     }
+}
+
+LayoutKeyPlan LayoutKeyPlan::forEveryLayout(xkb_keymap* userKeymap) {
+    LayoutKeyPlan plan(userKeymap, 0);
+    for (xkb_layout_index_t layout = 1; layout < xkb_keymap_num_layouts(userKeymap); ++layout) {
+        plan.keepOnlyWhatTypesTheSameAs(LayoutKeyPlan(userKeymap, layout));
+    }
+    return plan;
+}
+
+void LayoutKeyPlan::keepOnlyWhatTypesTheSameAs(const LayoutKeyPlan& other) {
+    std::erase_if(strokes, [&other](const auto& entry) {
+        const auto found = other.strokes.find(entry.first);
+        return found == other.strokes.end() || !(found->second == entry.second);
+    });
+    std::erase_if(modifierKeys, [&other](const ModifierKey& modifier) {
+        return std::find(other.modifierKeys.begin(), other.modifierKeys.end(), modifier) == other.modifierKeys.end();
+    });
 }
 
 // Which modifiers each modifier key sets, as the keymap says when the key is held.

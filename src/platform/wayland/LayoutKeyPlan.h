@@ -23,6 +23,10 @@ class LayoutKeyPlan {
 public:
     LayoutKeyPlan(xkb_keymap* keymap, xkb_layout_index_t layout);
 
+    // For when the layout in effect is not known: only the strokes that type the same character whichever
+    // layout of the keymap is in effect (the same as the plan of its layout when it has one).
+    static LayoutKeyPlan forEveryLayout(xkb_keymap* keymap);
+
     // The strokes that type `character`; nullopt when nothing can: a control character other than line feed
     // and tab, or a keymap lacking the keys of the Unicode entry.
     std::optional<std::vector<KeyStroke>> strokesFor(char32_t character) const;
@@ -34,7 +38,10 @@ private:
     struct ModifierKey {
         LayoutKey key;
         xkb_mod_mask_t mask = 0;
+        bool operator==(const ModifierKey&) const = default;
     };
+
+    void keepOnlyWhatTypesTheSameAs(const LayoutKeyPlan& other);
 
     void findModifierKeys();
     void addKey(xkb_keycode_t keycode);

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 #include <string_view>
 
 namespace keyferry {
@@ -52,7 +53,9 @@ void onModifiers(void* data, wl_keyboard*, uint32_t, uint32_t, uint32_t, uint32_
 void onRepeatInfo(void*, wl_keyboard*, int32_t, int32_t) {}
 const wl_keyboard_listener keyboardListener{onKeymap, onEnter, onLeave, onKey, onModifiers, onRepeatInfo};
 
-std::shared_ptr<const LayoutKeyPlan> planFor(xkb_context* context, const std::string& text, uint32_t group) {
+// With several layouts and none known to be in effect, only what types the same in all of them.
+std::shared_ptr<const LayoutKeyPlan> planFor(xkb_context* context, const std::string& text,
+                                             std::optional<uint32_t> group) {
     std::unique_ptr<xkb_keymap, decltype(&xkb_keymap_unref)> keymap(
         xkb_keymap_new_from_string(context, text.c_str(), XKB_KEYMAP_FORMAT_TEXT_V1, XKB_KEYMAP_COMPILE_NO_FLAGS),
         &xkb_keymap_unref);
@@ -60,7 +63,10 @@ std::shared_ptr<const LayoutKeyPlan> planFor(xkb_context* context, const std::st
         return nullptr;
     }
     const xkb_layout_index_t layouts = xkb_keymap_num_layouts(keymap.get());
-    return std::make_shared<const LayoutKeyPlan>(keymap.get(), layouts > 0 ? group % layouts : 0);
+    if (!group && layouts > 1) {
+        return std::make_shared<const LayoutKeyPlan>(LayoutKeyPlan::forEveryLayout(keymap.get()));
+    }
+    return std::make_shared<const LayoutKeyPlan>(keymap.get(), layouts > 0 ? group.value_or(0) % layouts : 0);
 }
 
 } // namespace
@@ -143,7 +149,7 @@ void SeatKeymap::keymapReceived(std::string text) {
 }
 
 void SeatKeymap::layoutInEffect(std::uint32_t layout) {
-    changed = changed || layout != group;
+    changed = changed || group != layout;
     group = layout;
 }
 

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 struct wl_display;
@@ -17,9 +18,10 @@ namespace keyferry {
 
 // The user's keymap and the layout in effect, as the compositor (WAYLAND_DISPLAY) tells any client through
 // the first seat's wl_keyboard: the keymap it sends, resent when the user changes it, and the layout (xkb
-// group) of its last modifiers event, the first layout until one arrives (a client without a focused window
-// hears of the group only when the compositor chooses to tell it). Routes that press the user's own keys
-// plan their strokes with it.
+// group) of its last modifiers event. Compositors send modifiers only to the focused client, so the layout in
+// effect is mostly unknown: a keymap with several layouts is then planned with only what types the same in
+// every layout (see LayoutKeyPlan::forEveryLayout), so nothing is typed as the wrong character or dropped.
+// Routes that press the user's own keys plan their strokes with it.
 //
 // Owned by one poster, which calls it from one thread at a time; not thread-safe. Never throws: a compositor
 // that cannot be reached or has no keyboard on its seat gives no plan.
@@ -51,7 +53,7 @@ private:
     wl_keyboard* keyboard = nullptr;
     std::unique_ptr<xkb_context, void (*)(xkb_context*)> context;
     std::string keymapText;
-    std::uint32_t group = 0;
+    std::optional<std::uint32_t> group;
     bool changed = false;
     std::shared_ptr<const LayoutKeyPlan> current;
 };
