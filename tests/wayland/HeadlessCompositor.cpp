@@ -35,19 +35,20 @@ std::string entryFor(const std::filesystem::path& desktopEntry, const std::files
 } // namespace
 
 HeadlessCompositor::HeadlessCompositor(Kind kind, const std::vector<std::filesystem::path>& grantedPrograms,
-                                       const std::filesystem::path& desktopEntry)
+                                       const std::filesystem::path& desktopEntry, const std::string& kdeLayouts)
     : folder(newFolder()), runtime(folder / "runtime"), desktopName(kind == Kind::mutter ? "GNOME" : "KDE") {
     std::filesystem::create_directory(runtime);
     chmod(runtime.c_str(), 0700);
     // The bus's address goes to a file for the clients; the compositor's log to another, so nothing it leaves
     // behind holds the test's output open.
-    compositor = run({"dbus-run-session", "--", "sh", "-c", startScript(kind, grantedPrograms, desktopEntry),
+    compositor = run({"dbus-run-session", "--", "sh", "-c", startScript(kind, grantedPrograms, desktopEntry, kdeLayouts),
                       file("bus").string(), displayName, file("compositor.log").string()});
     waitForSession(30s);
 }
 
 std::string HeadlessCompositor::startScript(Kind kind, const std::vector<std::filesystem::path>& grantedPrograms,
-                                            const std::filesystem::path& desktopEntry) {
+                                            const std::filesystem::path& desktopEntry,
+                                            const std::string& kdeLayouts) {
     const std::string announceBus = "printf %s \"$DBUS_SESSION_BUS_ADDRESS\" > \"$0\"; ";
     if (kind == Kind::mutter) {
         return announceBus + "exec mutter --headless --wayland --no-x11 --virtual-monitor 1280x800 "
@@ -60,6 +61,8 @@ std::string HeadlessCompositor::startScript(Kind kind, const std::vector<std::fi
         std::filesystem::copy_file(program, copy, std::filesystem::copy_options::overwrite_existing);
         std::ofstream(applications / (program.filename().string() + ".desktop")) << entryFor(desktopEntry, copy);
     }
+    std::filesystem::create_directories(folder / "config");
+    std::ofstream(folder / "config" / "kxkbrc") << "[Layout]\nLayoutList=" << kdeLayouts << "\nUse=true\n";
     std::filesystem::create_directory(folder / "kwin");
     std::filesystem::copy_file("/usr/bin/kwin_wayland", folder / "kwin" / "kwin_wayland");
     return announceBus + "kbuildsycoca5 >/dev/null 2>&1; KWIN_COMPOSE=Q exec " + (folder / "kwin").string() +

@@ -19,7 +19,7 @@ namespace keyferry {
 // KWin: /usr/bin/kwin_wayland carries a file capability that this kind of machine refuses, so a plain copy
 // named kwin_wayland runs from the folder. Programs to be granted KDE's fake input are copied into the folder
 // first, each named by the Exec= of a copy of `desktopEntry` in the private XDG data folder, and the service
-// cache is built (kbuildsycoca5) before KWin starts.
+// cache is built (kbuildsycoca5) before KWin starts. KWin's keymap holds `kdeLayouts` (such as "us,de").
 //
 // Owned by the test; at destruction stops the compositor and the bus (SIGTERM to their process group, then
 // SIGKILL), and removes the folder. Every client started through run() is a HelperProcess the caller owns
@@ -30,7 +30,7 @@ public:
     enum class Kind { mutter, kwin };
 
     explicit HeadlessCompositor(Kind kind, const std::vector<std::filesystem::path>& grantedPrograms = {},
-                                const std::filesystem::path& desktopEntry = {});
+                                const std::filesystem::path& desktopEntry = {}, const std::string& kdeLayouts = "us");
     ~HeadlessCompositor();
     HeadlessCompositor(const HeadlessCompositor&) = delete;
     HeadlessCompositor& operator=(const HeadlessCompositor&) = delete;
@@ -47,7 +47,7 @@ public:
 
 private:
     std::string startScript(Kind kind, const std::vector<std::filesystem::path>& grantedPrograms,
-                            const std::filesystem::path& desktopEntry);
+                            const std::filesystem::path& desktopEntry, const std::string& kdeLayouts);
     void waitForSession(std::chrono::seconds limit);
 
     std::filesystem::path folder;

@@ -1,6 +1,8 @@
 // Typing with keyferry-type's KDE route under a headless KWin on a private session bus, into a GTK text view
 // on Wayland that records what it gets. The copy of keyferry-type that types is granted KDE's fake input by a
-// desktop entry made from the one Keyferry installs; the build's own keyferry-type is not.
+// desktop entry made from the one Keyferry installs; the build's own keyferry-type is not. KWin has a US and a
+// Russian layout, the US one in effect unless a test switches: the two share no letter key, so without knowing
+// the layout in effect every text with a letter would be refused.
 #include "HeadlessCompositor.h"
 #include "RecordedText.h"
 
@@ -19,7 +21,7 @@ protected:
     static void SetUpTestSuite() {
         kwin = std::make_unique<HeadlessCompositor>(HeadlessCompositor::Kind::kwin,
                                                     std::vector<std::filesystem::path>{KEYFERRY_TYPE_TOOL},
-                                                    KEYFERRY_DESKTOP_ENTRY);
+                                                    KEYFERRY_DESKTOP_ENTRY, "us,ru");
     }
 
     static void TearDownTestSuite() { kwin.reset(); }
@@ -65,6 +67,20 @@ TEST_F(KdeTypingTest, AProgramWithoutTheDesktopEntryIsNotOfferedFakeInputAndType
     EXPECT_EQ(type("nothing", KEYFERRY_TYPE_TOOL), 1);
     ASSERT_EQ(typeGranted("yes"), 0);
     EXPECT_EQ(recordedText(output, 3), "yes");
+}
+
+TEST_F(KdeTypingTest, TheLayoutInEffectIsTheOneKdeSays) {
+    const auto switchTo = [](const char* layout) {
+        auto call = kwin->run({"gdbus", "call", "--session", "-d", "org.kde.keyboard", "-o", "/Layouts", "-m",
+                               "org.kde.KeyboardLayouts.setLayout", layout});
+        return call->waitForExit(10s).value_or(-1);
+    };
+    ASSERT_EQ(switchTo("1"), 0);
+    const std::string text = "\u041f\u0440\u0438\u0432\u0435\u0442, \u043c\u0438\u0440!\n";
+    const int status = typeGranted(text);
+    EXPECT_EQ(switchTo("0"), 0);
+    ASSERT_EQ(status, 0);
+    EXPECT_EQ(recordedText(output, text.size()), text);
 }
 
 TEST_F(KdeTypingTest, TheChoiceForThisSessionIsKdesFakeInput) {

@@ -3,6 +3,7 @@
 #include "WaylandRoundtrip.h"
 #include "fake-input-client-protocol.h"
 
+#include <gio/gio.h>
 #include <wayland-client.h>
 
 #include <string_view>
@@ -90,6 +91,31 @@ bool KdeKeyPresser::confirm() {
         return false;
     }
     return true;
+}
+
+} // namespace keyferry
+
+namespace keyferry {
+
+std::optional<std::uint32_t> KdeKeyPresser::layoutInEffect() {
+    GError* error = nullptr;
+    GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, &error);
+    if (bus == nullptr) {
+        g_clear_error(&error);
+        return std::nullopt;
+    }
+    GVariant* reply = g_dbus_connection_call_sync(bus, "org.kde.keyboard", "/Layouts", "org.kde.KeyboardLayouts",
+                                                  "getLayout", nullptr, G_VARIANT_TYPE("(u)"),
+                                                  G_DBUS_CALL_FLAGS_NO_AUTO_START, 2000, nullptr, &error);
+    g_clear_error(&error);
+    g_object_unref(bus);
+    if (reply == nullptr) {
+        return std::nullopt;
+    }
+    guint32 layout = 0;
+    g_variant_get(reply, "(u)", &layout);
+    g_variant_unref(reply);
+    return layout;
 }
 
 } // namespace keyferry

@@ -25,6 +25,8 @@ public:
     bool ready() override;
     bool press(const LayoutKey& key, bool pressed) override;
     bool confirm() override;
+    // The layout KDE's keyboard service (org.kde.keyboard on the session bus) says is in effect.
+    std::optional<std::uint32_t> layoutInEffect() override;
 
     // Called by the registry's listener.
     void globalAdvertised(wl_registry* registry, std::uint32_t name, const char* interface, std::uint32_t version);

@@ -20,7 +20,7 @@ LayoutKeyboardPoster::LayoutKeyboardPoster(std::unique_ptr<UserKeyPresser> press
     : keys(std::move(presser)), plans(std::move(planSource)), pacer(pacing) {
     if (!plans) {
         seat = std::make_unique<SeatKeymap>();
-        plans = [this] { return seat->plan(keymapLimit); };
+        plans = [this] { return seat->plan(keymapLimit, keys->layoutInEffect()); };
     }
     // Early, so that windows have seen the route's keyboard before the first text.
     plan = currentPlan();

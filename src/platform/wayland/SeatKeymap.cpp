@@ -110,10 +110,13 @@ void SeatKeymap::disconnect() {
     current.reset();
 }
 
-std::shared_ptr<const LayoutKeyPlan> SeatKeymap::plan(std::chrono::milliseconds limit) {
+std::shared_ptr<const LayoutKeyPlan> SeatKeymap::plan(std::chrono::milliseconds limit,
+                                                      std::optional<std::uint32_t> knownLayout) {
     if (!connect()) {
         return nullptr;
     }
+    changed = changed || knownLayout != toldGroup;
+    toldGroup = knownLayout;
     const auto deadline = std::chrono::steady_clock::now() + limit;
     do {
         if (!roundtripWithin(display, std::chrono::milliseconds(2000))) {
@@ -122,7 +125,7 @@ std::shared_ptr<const LayoutKeyPlan> SeatKeymap::plan(std::chrono::milliseconds 
         }
         if (changed && !keymapText.empty()) {
             changed = false;
-            current = planFor(context.get(), keymapText, group);
+            current = planFor(context.get(), keymapText, toldGroup ? toldGroup : group);
         }
     } while (!current && std::chrono::steady_clock::now() < deadline);
     return current;

@@ -34,8 +34,10 @@ public:
 
     // Connects if not yet done, reads what the compositor sent since the last call and plans with the keymap
     // in effect; waits up to `limit` for a first keymap (a seat gets its keyboard when a keyboard device
-    // appears, such as a remote-desktop session's). Null when there is still none.
-    std::shared_ptr<const LayoutKeyPlan> plan(std::chrono::milliseconds limit);
+    // appears, such as a remote-desktop session's). `knownLayout`, when given, is the layout in effect as the
+    // desktop told otherwise. Null when there is still no keymap.
+    std::shared_ptr<const LayoutKeyPlan> plan(std::chrono::milliseconds limit,
+                                              std::optional<std::uint32_t> knownLayout = std::nullopt);
 
     // Called by the listeners with what the compositor sends.
     void globalAdvertised(wl_registry* registry, std::uint32_t name, const char* interface, std::uint32_t version);
@@ -53,7 +55,8 @@ private:
     wl_keyboard* keyboard = nullptr;
     std::unique_ptr<xkb_context, void (*)(xkb_context*)> context;
     std::string keymapText;
-    std::optional<std::uint32_t> group;
+    std::optional<std::uint32_t> group;     // from the last modifiers event
+    std::optional<std::uint32_t> toldGroup; // from the desktop, when it tells
     bool changed = false;
     std::shared_ptr<const LayoutKeyPlan> current;
 };

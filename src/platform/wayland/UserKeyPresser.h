@@ -2,6 +2,9 @@
 
 #include "LayoutKey.h"
 
+#include <cstdint>
+#include <optional>
+
 namespace keyferry {
 
 // Presses keys of the user's own keymap in the focused window, for routes that cannot type other keys
@@ -20,6 +23,9 @@ public:
 
     // Returns once the route took every key pressed so far; false when one was refused or the route was lost.
     virtual bool confirm() = 0;
+
+    // The layout (xkb group) of the user's keymap in effect, when the route's desktop tells it.
+    virtual std::optional<std::uint32_t> layoutInEffect() { return std::nullopt; }
 };
 
 } // namespace keyferry
