@@ -5,7 +5,14 @@
 namespace keyferry {
 
 bool GnomeRemoteDesktopProbe::isTrusted(bool) {
-    return GnomeRemoteDesktop::offered() && GnomeRemoteDesktop::start() != nullptr;
+    if (!GnomeRemoteDesktop::offered()) {
+        sessionCreated = false;
+        return false;
+    }
+    if (!sessionCreated) {
+        sessionCreated = GnomeRemoteDesktop::start() != nullptr;
+    }
+    return sessionCreated;
 }
 
 } // namespace keyferry
