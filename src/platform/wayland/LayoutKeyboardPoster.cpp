@@ -50,21 +50,25 @@ bool LayoutKeyboardPoster::postKeyPair(std::u16string_view units) {
     if (!plan) {
         return false;
     }
-    std::vector<KeyStroke> strokes;
+    std::vector<std::vector<KeyStroke>> characters;
     for (const char32_t character : codePointsFromUtf16(units)) {
-        const auto characterStrokes = plan->strokesFor(character);
-        if (!characterStrokes) {
+        auto strokes = plan->strokesFor(character);
+        if (!strokes) {
             return false;
         }
-        strokes.insert(strokes.end(), characterStrokes->begin(), characterStrokes->end());
+        characters.push_back(std::move(*strokes));
     }
-    bool typed = true;
-    for (const KeyStroke& stroke : strokes) {
-        typed = typed && tap(stroke);
-    }
-    if (!keys->confirm() || !typed) {
-        plan.reset();
-        return false;
+    // Each character confirmed before the next: a route that queues keys (GNOME's) could otherwise hand a
+    // window a burst of them after a stall.
+    for (const auto& strokes : characters) {
+        bool typed = true;
+        for (const KeyStroke& stroke : strokes) {
+            typed = typed && tap(stroke);
+        }
+        if (!keys->confirm() || !typed) {
+            plan.reset();
+            return false;
+        }
     }
     return true;
 }
