@@ -70,6 +70,15 @@ TEST(TypingBackendChoice, NothingWorkingSaysWhatTheDesktopLacksAndWhereToReadMor
     EXPECT_NE(chooseTypingBackend(x11(), none.test()).missing.find("XTEST"), std::string::npos);
 }
 
+TEST(TypingBackendChoice, GnomeAndKdeSessionsAreToldWhatTheirRouteLacks) {
+    Routes none({});
+    const auto gnome = chooseTypingBackend(wayland("GNOME"), none.test()).missing;
+    EXPECT_NE(gnome.find("org.gnome.Mutter.RemoteDesktop"), std::string::npos) << gnome;
+    const auto kde = chooseTypingBackend(wayland("KDE"), none.test()).missing;
+    EXPECT_NE(kde.find("desktop entry"), std::string::npos) << kde;
+    EXPECT_EQ(kde.find("yet"), std::string::npos) << kde;
+}
+
 TEST(TypingBackendChoice, WithoutASessionTypeTheDisplaysDecide) {
     Routes routes({TypingBackend::xtest, TypingBackend::virtualKeyboard});
     EXPECT_EQ(chooseTypingBackend({"", "", true, true}, routes.test()).backend, TypingBackend::virtualKeyboard);

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 # A GTK 3 text view that takes the keyboard focus and appends every text inserted into its buffer to a file,
 # as typed (Return inserts a line feed, Tab a tab). Argument: the output file. Prints "ready" once it has the
-# focus; stops on SIGTERM.
+# focus and is drawn; stops on SIGTERM.
 import signal
 import sys
 
@@ -26,19 +26,34 @@ def main():
         output.write(text)
         output.flush()
 
-    announced = []
+    # "ready" once the view has the focus and has been drawn, and GTK has nothing left to do: a window still
+    # busy with its first frames reads its first key's release late, and its key repeat types that key again.
+    state = {"focused": False, "drawn": False, "announced": False}
 
-    def focused(*_):
-        if not announced:
-            announced.append(True)
+    def announce():
+        if not state["announced"]:
+            state["announced"] = True
             print("ready", flush=True)
         return False
+
+    def settled(change):
+        state[change] = True
+        if state["focused"] and state["drawn"] and not state["announced"]:
+            GLib.idle_add(announce, priority=GLib.PRIORITY_LOW)
+        return False
+
+    def focused(*_):
+        return settled("focused")
+
+    def drawn(*_):
+        return settled("drawn")
 
     view.get_buffer().connect("insert-text", inserted)
     view.connect("focus-in-event", focused)
     window.connect("destroy", Gtk.main_quit)
     GLib.unix_signal_add(GLib.PRIORITY_DEFAULT, signal.SIGTERM, Gtk.main_quit)
     window.show_all()
+    window.get_frame_clock().connect("after-paint", drawn)
     view.grab_focus()
     Gtk.main()
     return 0

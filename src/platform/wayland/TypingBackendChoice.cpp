@@ -30,12 +30,11 @@ bool desktopIs(const TypingSession& session, std::string_view name) {
 }
 
 std::string waylandLack(const TypingSession& session) {
-    // GNOME's remote desktop and KDE's fake input are not built yet: say so rather than blame the desktop.
     if (desktopIs(session, "KDE")) {
-        return "Keyferry cannot type into KDE Plasma's Wayland windows yet";
+        return "KDE's fake input is not offered to Keyferry: its desktop entry (keyferry.desktop) is not installed";
     }
     if (desktopIs(session, "GNOME")) {
-        return "Keyferry cannot type into GNOME's Wayland windows yet";
+        return "GNOME's remote desktop service (org.gnome.Mutter.RemoteDesktop) is not on the session bus";
     }
     return "This Wayland desktop offers no virtual keyboard, GNOME remote desktop or KDE fake input";
 }

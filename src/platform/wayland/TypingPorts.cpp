@@ -1,5 +1,10 @@
 #include "TypingPorts.h"
 
+#include "GnomeKeyPresser.h"
+#include "GnomeRemoteDesktopProbe.h"
+#include "KdeFakeInputProbe.h"
+#include "KdeKeyPresser.h"
+#include "LayoutKeyboardPoster.h"
 #include "UnavailableKeyboardPoster.h"
 #include "UnavailableTypingProbe.h"
 #include "VirtualKeyboardPoster.h"
@@ -11,14 +16,13 @@ namespace keyferry {
 
 namespace {
 
-// Whether a backend can type here now. GNOME's remote desktop and KDE's fake input are not built yet, so
-// they never work, and a session that offers only them is told so rather than typing into nothing.
+// Whether a backend can type here now.
 bool works(TypingBackend backend) {
     switch (backend) {
     case TypingBackend::xtest: return X11AccessibilityProbe().isTrusted(false);
     case TypingBackend::virtualKeyboard: return VirtualKeyboardProbe().isTrusted(false);
-    case TypingBackend::gnomeRemoteDesktop:
-    case TypingBackend::kdeFakeInput:
+    case TypingBackend::gnomeRemoteDesktop: return GnomeRemoteDesktopProbe().isTrusted(false);
+    case TypingBackend::kdeFakeInput: return KdeFakeInputProbe().isTrusted(false);
     case TypingBackend::none: break;
     }
     return false;
@@ -35,6 +39,12 @@ TypingPorts TypingPorts::make(std::optional<TypingBackend> requested) {
     if (backend == TypingBackend::virtualKeyboard) {
         ports.poster = std::make_unique<VirtualKeyboardPoster>();
         ports.probe = std::make_unique<VirtualKeyboardProbe>();
+    } else if (backend == TypingBackend::gnomeRemoteDesktop) {
+        ports.poster = std::make_unique<LayoutKeyboardPoster>(std::make_unique<GnomeKeyPresser>());
+        ports.probe = std::make_unique<GnomeRemoteDesktopProbe>();
+    } else if (backend == TypingBackend::kdeFakeInput) {
+        ports.poster = std::make_unique<LayoutKeyboardPoster>(std::make_unique<KdeKeyPresser>());
+        ports.probe = std::make_unique<KdeFakeInputProbe>();
     } else if (backend == TypingBackend::xtest ||
                (backend == TypingBackend::none && !requested && session.isX11())) {
         ports.poster = std::make_unique<XTestKeyboardPoster>();

@@ -1,0 +1,40 @@
+#include "GnomeKeyPresser.h"
+
+namespace keyferry {
+
+bool GnomeKeyPresser::ready() {
+    if (!session) {
+        session = GnomeRemoteDesktop::start();
+    }
+    return session != nullptr;
+}
+
+bool GnomeKeyPresser::press(const LayoutKey& key, bool pressed) {
+    if (!session) {
+        return false;
+    }
+    if (held) {
+        session->pressKeysym(held->keysym, held->pressed, false);
+    }
+    held = Event{key.keysym, pressed};
+    return true;
+}
+
+bool GnomeKeyPresser::confirm() {
+    if (!session) {
+        held.reset();
+        return false;
+    }
+    if (!held) {
+        return true;
+    }
+    const Event last = *held;
+    held.reset();
+    if (!session->pressKeysym(last.keysym, last.pressed, true)) {
+        session.reset();
+        return false;
+    }
+    return true;
+}
+
+} // namespace keyferry

@@ -1,0 +1,121 @@
+#include "KdeKeyPresser.h"
+
+#include "WaylandRoundtrip.h"
+#include "fake-input-client-protocol.h"
+
+#include <gio/gio.h>
+#include <wayland-client.h>
+
+#include <string_view>
+
+namespace keyferry {
+
+namespace {
+
+constexpr std::uint32_t keysSince = 4; // keyboard_key came with version 4
+constexpr std::chrono::milliseconds answerLimit(5000);
+// What KWin shows when it asks the user (Plasma 5.27 does not ask once the desktop entry grants it).
+constexpr const char* applicationName = "Keyferry";
+constexpr const char* reason = "Types the texts you send from your phone";
+
+void onGlobal(void* data, wl_registry* registry, uint32_t name, const char* interface, uint32_t version) {
+    static_cast<KdeKeyPresser*>(data)->globalAdvertised(registry, name, interface, version);
+}
+void onGlobalRemoved(void*, wl_registry*, uint32_t) {}
+const wl_registry_listener registryListener{onGlobal, onGlobalRemoved};
+
+} // namespace
+
+KdeKeyPresser::~KdeKeyPresser() { disconnect(); }
+
+void KdeKeyPresser::disconnect() {
+    if (fakeInput != nullptr) {
+        org_kde_kwin_fake_input_destroy(fakeInput);
+    }
+    if (registry != nullptr) {
+        wl_registry_destroy(registry);
+    }
+    if (display != nullptr) {
+        wl_display_disconnect(display);
+    }
+    fakeInput = nullptr;
+    registry = nullptr;
+    display = nullptr;
+}
+
+bool KdeKeyPresser::ready() {
+    if (display != nullptr && fakeInput != nullptr && wl_display_get_error(display) == 0) {
+        return true;
+    }
+    disconnect();
+    display = wl_display_connect(nullptr);
+    if (display == nullptr) {
+        return false;
+    }
+    registry = wl_display_get_registry(display);
+    wl_registry_add_listener(registry, &registryListener, this);
+    if (!roundtripWithin(display, answerLimit) || fakeInput == nullptr) {
+        disconnect();
+        return false;
+    }
+    org_kde_kwin_fake_input_authenticate(fakeInput, applicationName, reason);
+    return roundtripWithin(display, answerLimit);
+}
+
+void KdeKeyPresser::globalAdvertised(wl_registry* source, std::uint32_t name, const char* interface,
+                                     std::uint32_t version) {
+    if (std::string_view(interface) == org_kde_kwin_fake_input_interface.name && fakeInput == nullptr &&
+        version >= keysSince) {
+        fakeInput = static_cast<org_kde_kwin_fake_input*>(
+            wl_registry_bind(source, name, &org_kde_kwin_fake_input_interface, keysSince));
+    }
+}
+
+bool KdeKeyPresser::press(const LayoutKey& key, bool pressed) {
+    if (fakeInput == nullptr || key.keycode < 8) {
+        return false;
+    }
+    // xkb key codes are the kernel's plus 8; fake input takes the kernel's.
+    org_kde_kwin_fake_input_keyboard_key(fakeInput, key.keycode - 8,
+                                         pressed ? WL_KEYBOARD_KEY_STATE_PRESSED : WL_KEYBOARD_KEY_STATE_RELEASED);
+    // A roundtrip each: sent without one, at the same pace, a long text got a GTK window dropped by KWin.
+    return confirm();
+}
+
+bool KdeKeyPresser::confirm() {
+    if (display == nullptr) {
+        return false;
+    }
+    if (!roundtripWithin(display, answerLimit)) {
+        disconnect();
+        return false;
+    }
+    return true;
+}
+
+} // namespace keyferry
+
+namespace keyferry {
+
+std::optional<std::uint32_t> KdeKeyPresser::layoutInEffect() {
+    GError* error = nullptr;
+    GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, &error);
+    if (bus == nullptr) {
+        g_clear_error(&error);
+        return std::nullopt;
+    }
+    GVariant* reply = g_dbus_connection_call_sync(bus, "org.kde.keyboard", "/Layouts", "org.kde.KeyboardLayouts",
+                                                  "getLayout", nullptr, G_VARIANT_TYPE("(u)"),
+                                                  G_DBUS_CALL_FLAGS_NO_AUTO_START, 2000, nullptr, &error);
+    g_clear_error(&error);
+    g_object_unref(bus);
+    if (reply == nullptr) {
+        return std::nullopt;
+    }
+    guint32 layout = 0;
+    g_variant_get(reply, "(u)", &layout);
+    g_variant_unref(reply);
+    return layout;
+}
+
+} // namespace keyferry

@@ -1,0 +1,61 @@
+#pragma once
+
+#include "LayoutKey.h"
+
+#include <xkbcommon/xkbcommon.h>
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace keyferry {
+
+// How to type characters with the keys of the user's own keymap, for routes that can only press the
+// user's keys (GNOME's remote desktop, KDE's fake input). A character of the layout in effect is its key
+// with the modifier keys of its level (Shift, AltGr, ...), checked against the keymap itself; any other
+// character goes through the input method's Unicode entry: Control+Shift+U, the code point's hex digits,
+// then space, which GTK and IBus clients understand. Line feed is Return and tab is Tab.
+//
+// Pure: built from a keymap and the layout (xkb group) in effect, owns its tables and does no I/O. Immutable
+// once built, so callable from any thread.
+class LayoutKeyPlan {
+public:
+    LayoutKeyPlan(xkb_keymap* keymap, xkb_layout_index_t layout);
+
+    // For when the layout in effect is not known: only the strokes that type the same character whichever
+    // layout of the keymap is in effect (the same as the plan of its layout when it has one).
+    static LayoutKeyPlan forEveryLayout(xkb_keymap* keymap);
+
+    // The strokes that type `character`; nullopt when nothing can: a control character other than line feed
+    // and tab, or a keymap lacking the keys of the Unicode entry.
+    std::optional<std::vector<KeyStroke>> strokesFor(char32_t character) const;
+
+    // The stroke of a character on the layout's own keys, without the Unicode entry.
+    std::optional<KeyStroke> layoutStrokeFor(char32_t character) const;
+
+private:
+    struct ModifierKey {
+        LayoutKey key;
+        xkb_mod_mask_t mask = 0;
+        bool operator==(const ModifierKey&) const = default;
+    };
+
+    void keepOnlyWhatTypesTheSameAs(const LayoutKeyPlan& other);
+
+    void findModifierKeys();
+    void addKey(xkb_keycode_t keycode);
+    std::optional<std::vector<LayoutKey>> modifiersFor(xkb_keycode_t keycode, xkb_level_index_t level,
+                                                        xkb_keysym_t keysym) const;
+    bool typesWith(xkb_keycode_t keycode, const std::vector<LayoutKey>& modifiers, xkb_keysym_t keysym) const;
+    std::optional<std::vector<KeyStroke>> unicodeEntryFor(char32_t character) const;
+    std::optional<LayoutKey> modifierKeyFor(xkb_keysym_t keysym) const;
+
+    std::shared_ptr<xkb_keymap> keymap;
+    xkb_layout_index_t layout;
+    xkb_mod_mask_t unusableModifiers = 0; // Caps Lock and Num Lock: they change more than one key
+    std::vector<ModifierKey> modifierKeys;
+    std::map<char32_t, KeyStroke> strokes;
+};
+
+} // namespace keyferry

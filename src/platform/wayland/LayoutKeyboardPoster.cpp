@@ -1,0 +1,103 @@
+#include "LayoutKeyboardPoster.h"
+
+#include "Utf16.h"
+
+#include <ranges>
+#include <vector>
+#include <thread>
+
+namespace keyferry {
+
+namespace {
+
+// How long the seat may take to show its keyboard after the route's keyboard appeared.
+constexpr std::chrono::milliseconds keymapLimit(2000);
+
+} // namespace
+
+LayoutKeyboardPoster::LayoutKeyboardPoster(std::unique_ptr<UserKeyPresser> presser, KeyPacer::Timing pacing,
+                                           PlanSource planSource)
+    : keys(std::move(presser)), plans(std::move(planSource)), pacer(pacing) {
+    if (!plans) {
+        seat = std::make_unique<SeatKeymap>();
+        plans = [this] { return seat->plan(keymapLimit, keys->layoutInEffect()); };
+    }
+    // Early, so that windows have seen the route's keyboard before the first text.
+    plan = currentPlan();
+}
+
+std::shared_ptr<const LayoutKeyPlan> LayoutKeyboardPoster::currentPlan() {
+    return keys->ready() ? plans() : nullptr;
+}
+
+bool LayoutKeyboardPoster::canType(std::u16string_view text) {
+    plan = currentPlan();
+    if (!plan) {
+        return false;
+    }
+    for (const char32_t character : codePointsFromUtf16(text)) {
+        if (!plan->strokesFor(character)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool LayoutKeyboardPoster::postKeyPair(std::u16string_view units) {
+    if (!plan) {
+        plan = currentPlan();
+    }
+    if (!plan) {
+        return false;
+    }
+    std::vector<std::vector<KeyStroke>> characters;
+    for (const char32_t character : codePointsFromUtf16(units)) {
+        auto strokes = plan->strokesFor(character);
+        if (!strokes) {
+            return false;
+        }
+        characters.push_back(std::move(*strokes));
+    }
+    // Each character confirmed before the next: a route that queues keys (GNOME's) could otherwise hand a
+    // window a burst of them after a stall.
+    for (const auto& strokes : characters) {
+        bool typed = true;
+        for (const KeyStroke& stroke : strokes) {
+            typed = typed && tap(stroke);
+        }
+        if (!keys->confirm() || !typed) {
+            plan.reset();
+            return false;
+        }
+    }
+    return true;
+}
+
+bool LayoutKeyboardPoster::tap(const KeyStroke& stroke) {
+    bool pressed = true;
+    for (const LayoutKey& modifier : stroke.modifiers) {
+        pressed = pressed && press(modifier, true);
+    }
+    pressed = pressed && press(stroke.key, true) && keys->press(stroke.key, false);
+    // Released even after a failure, so no modifier stays held.
+    bool released = true;
+    for (const LayoutKey& modifier : std::views::reverse(stroke.modifiers)) {
+        released = keys->press(modifier, false) && released;
+    }
+    return pressed && released;
+}
+
+} // namespace keyferry
+
+namespace keyferry {
+
+// Presses wait for the pacer; releases follow at once, as a key's own events reach a window together.
+bool LayoutKeyboardPoster::press(const LayoutKey& key, bool pressed) {
+    if (pressed) {
+        std::this_thread::sleep_until(pacer.nextKeyAt(std::chrono::steady_clock::now()));
+        pacer.sent(std::chrono::steady_clock::now());
+    }
+    return keys->press(key, pressed);
+}
+
+} // namespace keyferry

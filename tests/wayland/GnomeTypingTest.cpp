@@ -1,0 +1,78 @@
+// Typing with keyferry-type's GNOME route under a headless mutter on a private session bus, into a GTK text
+// view on Wayland that records what it gets. A remote-desktop session that idles keeps a keyboard on the
+// seat first, as a real desktop's keyboard would. Characters of the layout arrive as their keys, the others
+// through the Unicode entry.
+#include "HeadlessCompositor.h"
+#include "RecordedText.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+
+namespace keyferry {
+namespace {
+
+using namespace std::chrono_literals;
+
+class GnomeTypingTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        mutter = std::make_unique<HeadlessCompositor>(HeadlessCompositor::Kind::mutter);
+        placeholder = mutter->run({"python3", KEYFERRY_GNOME_PLACEHOLDER_KEYBOARD});
+        ASSERT_EQ(placeholder->readLine(30s), std::optional<std::string>("ready")) << mutter->log();
+    }
+
+    static void TearDownTestSuite() {
+        placeholder.reset();
+        mutter.reset();
+    }
+
+    void SetUp() override {
+        output = mutter->file(::testing::UnitTest::GetInstance()->current_test_info()->name() + std::string(".txt"));
+        receiver = mutter->run({"python3", KEYFERRY_GTK_RECEIVER, output.string()}, {{"GDK_BACKEND", "wayland"}});
+        ASSERT_EQ(receiver->readLine(30s), std::optional<std::string>("ready")) << "no focus; " << mutter->log();
+    }
+
+    void TearDown() override { receiver.reset(); }
+
+    // Types the text with keyferry-type, with the arguments given; the exit status.
+    static int type(const std::string& text, const std::vector<std::string>& arguments = {"--backend=gnome"}) {
+        std::vector<std::string> command{KEYFERRY_TYPE_TOOL};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        auto tool = mutter->run(command, {}, text);
+        return tool->waitForExit(60s).value_or(-1);
+    }
+
+    static inline std::unique_ptr<HeadlessCompositor> mutter;
+    static inline std::unique_ptr<HelperProcess> placeholder;
+    std::unique_ptr<HelperProcess> receiver;
+    std::filesystem::path output;
+};
+
+TEST_F(GnomeTypingTest, TextOfTheLayoutArrivesExactly) {
+    const std::string text = "Hello, World! The quick brown fox jumps over the lazy dog.\n"
+                             "0123456789 ~!@#$%^&*()_+`-=[]{}\\|;':\",./<>?\tEND\n";
+    ASSERT_EQ(type(text), 0);
+    EXPECT_EQ(recordedText(output, text.size()), text);
+}
+
+TEST_F(GnomeTypingTest, CharactersOutsideTheLayoutArriveThroughTheUnicodeEntry) {
+    const std::string text = "a\u4e2d b\u00e9 c\U0001F600 d\u0416\n";
+    ASSERT_EQ(type(text), 0);
+    EXPECT_EQ(recordedText(output, text.size()), text);
+}
+
+TEST_F(GnomeTypingTest, ATextWithACharacterNoKeyTypesIsRefusedWholeAndNothingArrives) {
+    EXPECT_EQ(type("typed? \x07 no"), 1);
+    EXPECT_EQ(type("yes"), 0);
+    EXPECT_EQ(recordedText(output, 3), "yes");
+}
+
+TEST_F(GnomeTypingTest, TheChoiceForThisSessionIsGnomesRemoteDesktop) {
+    ASSERT_EQ(type("chosen", {}), 0);
+    EXPECT_EQ(recordedText(output, 6), "chosen");
+}
+
+} // namespace
+} // namespace keyferry

@@ -1,0 +1,92 @@
+// Typing with keyferry-type's KDE route under a headless KWin on a private session bus, into a GTK text view
+// on Wayland that records what it gets. The copy of keyferry-type that types is granted KDE's fake input by a
+// desktop entry made from the one Keyferry installs; the build's own keyferry-type is not. KWin has a US and a
+// Russian layout, the US one in effect unless a test switches: the two share no letter key, so without knowing
+// the layout in effect every text with a letter would be refused.
+#include "HeadlessCompositor.h"
+#include "RecordedText.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+
+namespace keyferry {
+namespace {
+
+using namespace std::chrono_literals;
+
+class KdeTypingTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        kwin = std::make_unique<HeadlessCompositor>(HeadlessCompositor::Kind::kwin,
+                                                    std::vector<std::filesystem::path>{KEYFERRY_TYPE_TOOL},
+                                                    KEYFERRY_DESKTOP_ENTRY, "us,ru");
+    }
+
+    static void TearDownTestSuite() { kwin.reset(); }
+
+    void SetUp() override {
+        output = kwin->file(::testing::UnitTest::GetInstance()->current_test_info()->name() + std::string(".txt"));
+        receiver = kwin->run({"python3", KEYFERRY_GTK_RECEIVER, output.string()}, {{"GDK_BACKEND", "wayland"}});
+        ASSERT_EQ(receiver->readLine(30s), std::optional<std::string>("ready")) << "no focus; " << kwin->log();
+    }
+
+    void TearDown() override { receiver.reset(); }
+
+    // Types the text with a keyferry-type, with the arguments given; the exit status.
+    static int type(const std::string& text, const std::string& tool,
+                    const std::vector<std::string>& arguments = {"--backend=kde"}) {
+        std::vector<std::string> command{tool};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        auto typing = kwin->run(command, {}, text);
+        return typing->waitForExit(60s).value_or(-1);
+    }
+
+    static int typeGranted(const std::string& text) { return type(text, kwin->file("keyferry-type").string()); }
+
+    static inline std::unique_ptr<HeadlessCompositor> kwin;
+    std::unique_ptr<HelperProcess> receiver;
+    std::filesystem::path output;
+};
+
+TEST_F(KdeTypingTest, TextOfTheLayoutArrivesExactly) {
+    const std::string text = "Hello, World! The quick brown fox jumps over the lazy dog.\n"
+                             "0123456789 ~!@#$%^&*()_+`-=[]{}\\|;':\",./<>?\tEND\n";
+    ASSERT_EQ(typeGranted(text), 0);
+    EXPECT_EQ(recordedText(output, text.size()), text);
+}
+
+TEST_F(KdeTypingTest, CharactersOutsideTheLayoutArriveThroughTheUnicodeEntry) {
+    const std::string text = "a\u4e2d b\u00e9 c\U0001F600\n";
+    ASSERT_EQ(typeGranted(text), 0);
+    EXPECT_EQ(recordedText(output, text.size()), text);
+}
+
+TEST_F(KdeTypingTest, AProgramWithoutTheDesktopEntryIsNotOfferedFakeInputAndTypesNothing) {
+    EXPECT_EQ(type("nothing", KEYFERRY_TYPE_TOOL), 1);
+    ASSERT_EQ(typeGranted("yes"), 0);
+    EXPECT_EQ(recordedText(output, 3), "yes");
+}
+
+TEST_F(KdeTypingTest, TheLayoutInEffectIsTheOneKdeSays) {
+    const auto switchTo = [](const char* layout) {
+        auto call = kwin->run({"gdbus", "call", "--session", "-d", "org.kde.keyboard", "-o", "/Layouts", "-m",
+                               "org.kde.KeyboardLayouts.setLayout", layout});
+        return call->waitForExit(10s).value_or(-1);
+    };
+    ASSERT_EQ(switchTo("1"), 0);
+    const std::string text = "\u041f\u0440\u0438\u0432\u0435\u0442, \u043c\u0438\u0440!\n";
+    const int status = typeGranted(text);
+    EXPECT_EQ(switchTo("0"), 0);
+    ASSERT_EQ(status, 0);
+    EXPECT_EQ(recordedText(output, text.size()), text);
+}
+
+TEST_F(KdeTypingTest, TheChoiceForThisSessionIsKdesFakeInput) {
+    ASSERT_EQ(type("chosen", kwin->file("keyferry-type").string(), {}), 0);
+    EXPECT_EQ(recordedText(output, 6), "chosen");
+}
+
+} // namespace
+} // namespace keyferry
