@@ -94,7 +94,7 @@ namespace keyferry {
 // Presses wait for the pacer; releases follow at once, as a key's own events reach a window together.
 bool LayoutKeyboardPoster::press(const LayoutKey& key, bool pressed) {
     if (pressed) {
-        std::this_thread::sleep_until(pacer.nextKeyAt(std::chrono::steady_clock::now()));
+        std::this_thread::sleep_until(pacer.nextKeysAt(std::chrono::steady_clock::now()));
         pacer.sent(std::chrono::steady_clock::now());
     }
     return keys->press(key, pressed);
