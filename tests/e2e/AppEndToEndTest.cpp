@@ -25,11 +25,16 @@ TEST(AppEndToEndTest, APhoneTypesIntoTheFocusedWindowThroughTheService) {
 
     const auto go = folder.path() / "go";
     std::ofstream(folder.path() / "text.txt") << mixedText;
-    HelperProcess browser({"node", std::string(KEYFERRY_E2E_SOURCES) + "/phone-page.mjs", "--modules", KEYFERRY_E2E_NODE,
-                          "--url", KEYFERRY_E2E_URL, "--cert", KEYFERRY_E2E_CERTIFICATES "/server.pem", "--code", code,
-                          "--text-file", (folder.path() / "text.txt").string(), "--profile",
-                          (folder.path() / "profile").string(), "--out", KEYFERRY_E2E_SCREENSHOTS, "--name", "app-e2e",
-                          "--go-file", go.string()});
+    HelperProcess browser({"node",        std::string(KEYFERRY_E2E_SOURCES) + "/phone-page.mjs",
+                           "--modules",   KEYFERRY_E2E_NODE,
+                           "--url",       KEYFERRY_E2E_URL,
+                           "--cert",      KEYFERRY_E2E_CERTIFICATES "/server.pem",
+                           "--code",      code,
+                           "--text-file", (folder.path() / "text.txt").string(),
+                           "--profile",   (folder.path() / "profile").string(),
+                           "--out",       KEYFERRY_E2E_SCREENSHOTS,
+                           "--name",      "app-e2e",
+                           "--go-file",   go.string()});
     ASSERT_EQ(browser.readLine(60s), "paired");
 
     session.focusReceiverAfterPairing();

@@ -60,7 +60,8 @@ AppSession::AppSession(const std::filesystem::path& folder) : folder_(folder) {
     receiver_ = std::make_unique<HelperProcess>(
         std::vector<std::string>{KEYFERRY_QT_RECEIVER, receivedFile().string(), "0"});
     app_ = std::make_unique<HelperProcess>(std::vector<std::string>{KEYFERRY_E2E_APP});
-    require(testing::waitUntil([] { return !visibleWindow("Keyferry").empty(); }, 30s), "the application showed no window");
+    require(testing::waitUntil([] { return !visibleWindow("Keyferry").empty(); }, 30s),
+            "the application showed no window");
 }
 
 AppSession::~AppSession() {
@@ -82,12 +83,14 @@ std::string AppSession::requestPairingCode() {
         code = codes.size() == 1 ? codes.front().code : std::string();
         return !code.empty();
     }, 30s), "no pairing code was made");
-    require(testing::waitUntil([] { return !visibleWindow("Pair a phone").empty(); }, 10s), "the code window did not open");
+    require(testing::waitUntil([] { return !visibleWindow("Pair a phone").empty(); }, 10s),
+            "the code window did not open");
     return code;
 }
 
 void AppSession::focusReceiverAfterPairing() {
-    require(testing::waitUntil([] { return visibleWindow("Pair a phone").empty(); }, 30s), "the code window stayed open");
+    require(testing::waitUntil([] { return visibleWindow("Pair a phone").empty(); }, 30s),
+            "the code window stayed open");
     const std::string window = firstLineOf("xdotool search --pid " + std::to_string(receiver_->pid()) + " 2>/dev/null");
     require(!window.empty(), "the receiver has no window");
     require(std::system(("timeout 10 xdotool windowfocus --sync " + window).c_str()) == 0,

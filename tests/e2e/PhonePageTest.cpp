@@ -41,12 +41,12 @@ TEST(PhonePageTest, PairSendFollowUntilTypedAndSeeThePairingRemoved) {
     std::ofstream(textFile) << mixedText;
     const std::filesystem::path screenshots = KEYFERRY_E2E_SCREENSHOTS;
     std::filesystem::create_directories(screenshots);
-    HelperProcess browser({"node", std::string(KEYFERRY_E2E_SOURCES) + "/phone-page.mjs", "--modules", KEYFERRY_E2E_NODE,
-                          "--url", "https://127.0.0.1:" + std::to_string(server.port()), "--cert",
-                          (folder.path() / "data" / "server.pem").string(), "--code", computer.json["pairCode"],
-                          "--text-file", textFile.string(), "--profile", (folder.path() / "profile").string(), "--out",
-                          screenshots.string(), "--expect-offline", "--expect-removal"},
-                         privateHome(folder.path() / "home"));
+    HelperProcess browser({"node", std::string(KEYFERRY_E2E_SOURCES) + "/phone-page.mjs", "--modules",
+                           KEYFERRY_E2E_NODE, "--url", "https://127.0.0.1:" + std::to_string(server.port()), "--cert",
+                           (folder.path() / "data" / "server.pem").string(), "--code", computer.json["pairCode"],
+                           "--text-file", textFile.string(), "--profile", (folder.path() / "profile").string(), "--out",
+                           screenshots.string(), "--expect-offline", "--expect-removal"},
+                          privateHome(folder.path() / "home"));
 
     ASSERT_EQ(browser.readLine(60s), "paired");
     const auto phones = client.get("/v1/computers/phones", computerToken).json["phones"];

@@ -80,7 +80,8 @@ TEST_F(OutboxTest, AReplacedSocketEndsAtOnceEvenWhenItsPeerReadsNothing) {
     ASSERT_TRUE(isEstablished(server->port(), silentPort));
     auto newer = connectComputer(computer);
 
-    EXPECT_TRUE(testing::waitUntil([&] { return !isEstablished(server->port(), silentPort); }, 3s)) << "the service still holds the replaced connection after 3 s";
+    EXPECT_TRUE(testing::waitUntil([&] { return !isEstablished(server->port(), silentPort); }, 3s))
+        << "the service still holds the replaced connection after 3 s";
 }
 
 } // namespace
