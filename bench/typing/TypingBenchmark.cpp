@@ -5,6 +5,7 @@
 // to the moment the text is complete in the window (and to the moment the typer exits), wrong or missing
 // characters, and the speed relative to xdotool. Run by hand; never part of the test run's verdict.
 #include "HelperProcess.h"
+#include "TempFolder.h"
 #include "MixedSampleText.h"
 #include "ReceivedText.h"
 #include "XvfbDisplay.h"
@@ -82,7 +83,8 @@ struct Window {
 };
 
 Outcome run(const std::vector<std::string>& typer, const std::string& text, const Window& window) {
-    const auto output = std::filesystem::temp_directory_path() / ("keyferry-bench-" + std::to_string(getpid()) + ".txt");
+    const TempFolder folder("keyferry-bench");
+    const auto output = folder / "received.txt";
     std::vector<std::string> arguments{window.program, output.string()};
     arguments.insert(arguments.end(), window.arguments.begin(), window.arguments.end());
     HelperProcess receiver(arguments, {{"LC_ALL", "C.UTF-8"}, {"QT_QPA_PLATFORM", "xcb"}});
@@ -118,7 +120,6 @@ Outcome run(const std::vector<std::string>& typer, const std::string& text, cons
     }
     const std::u32string sent = codePoints(expected);
     const std::u32string got = codePoints(fileContents(output));
-    std::filesystem::remove(output);
     if (status != std::optional<int>(0)) {
         std::cerr << typer.front() << " exited with " << status.value_or(-1) << "\n";
     }

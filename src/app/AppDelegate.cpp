@@ -4,7 +4,7 @@
 #include "Assets.h"
 #include "CompanionService.h"
 #include "DesktopIntegration.h"
-#include "ShellScheduler.h"
+#include "SerialQueue.h"
 #include "StartupManager.h"
 #include "SystemColors.h"
 #include "WindowPlacement.h"
@@ -34,13 +34,18 @@ QDateTime toDateTime(CompanionService::PairCodeExpiry expiresAt) {
 } // namespace
 
 AppDelegate::AppDelegate(std::shared_ptr<CompanionService> companionService, AccessibilityProbe& accessibilityProbe,
-                         ShellScheduler& shellScheduler, const QStringList& arguments, bool trayIsAvailable)
-    : service(std::move(companionService)), accessibility(accessibilityProbe), scheduler(shellScheduler),
-      pairCodeWindow(shellScheduler),
+                         SerialQueue& mainThreadQueue, const QStringList& arguments, bool trayIsAvailable)
+    : service(std::move(companionService)), accessibility(accessibilityProbe), shellQueue(mainThreadQueue),
+      pairCodeWindow(mainThreadQueue),
       launchedInBackground(arguments.contains(QString::fromLatin1(backgroundArgument), Qt::CaseSensitive)),
       trayAvailable(trayIsAvailable) {}
 
-AppDelegate::~AppDelegate() = default;
+// The queue outlives the delegate, and its timers tick until cancelled.
+AppDelegate::~AppDelegate() {
+    if (permissionTimer) {
+        permissionTimer->cancel();
+    }
+}
 
 QString AppDelegate::statusLine(CompanionConnectionState state) {
     switch (state) {
@@ -82,7 +87,7 @@ bool AppDelegate::applicationShouldHandleReopen(bool) {
 
 void AppDelegate::applicationWillTerminate() {
     if (permissionTimer) {
-        permissionTimer->invalidate();
+        permissionTimer->cancel();
     }
     service->stop();
 }
@@ -243,7 +248,7 @@ void AppDelegate::stateChanged(CompanionConnectionState state) {
             autoHideWhenConnected = false;
             if (!hasExplicitlyOpenedWindow) {
                 QPointer<AppDelegate> self(this);
-                scheduler.after(autoHideDelay, [self] {
+                shellQueue.postAfter(autoHideDelay, [self] {
                     if (self && self->pairingWindow.window() != nullptr) {
                         self->pairingWindow.window()->hide();
                     }
@@ -298,7 +303,7 @@ void AppDelegate::accessibilityNeeded() {
 void AppDelegate::textInserted() {
     setStatusLine(QStringLiteral("Text inserted"));
     QPointer<AppDelegate> self(this);
-    scheduler.after(textInsertedDuration, [self] {
+    shellQueue.postAfter(textInsertedDuration, [self] {
         if (self) {
             self->setStatusLine(QStringLiteral("Connected"));
         }
@@ -362,7 +367,7 @@ void AppDelegate::beginPermissionMonitoring() {
         return;
     }
     QPointer<AppDelegate> weakSelf(this);
-    permissionTimer = scheduler.repeating(permissionPollInterval, [weakSelf] {
+    permissionTimer = shellQueue.startTimer(permissionPollInterval, permissionPollInterval, [weakSelf] {
         if (weakSelf) {
             weakSelf->pollPermission();
         }
@@ -373,7 +378,7 @@ void AppDelegate::pollPermission() {
     if (!accessibility.isTrusted(false)) {
         return;
     }
-    permissionTimer->invalidate();
+    permissionTimer->cancel();
     permissionTimer.reset();
     service->resumeAfterAccessibilityPermission();
 }

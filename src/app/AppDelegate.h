@@ -17,14 +17,14 @@ namespace keyferry {
 
 class AccessibilityProbe;
 class CompanionService;
-class ShellScheduler;
-class ShellTimer;
+class RepeatingTimer;
+class SerialQueue;
 
 // The application's spine: owns the service, the two windows and the tray item with its menu; wires the
 // service's callbacks to the windows and the windows' closures to the service; decides when the main
 // window shows or hides by itself; asks for and watches the typing permission; switches open-at-login.
 //
-// Lives as long as the application. The accessibility probe and the scheduler must outlive it; the service
+// Lives as long as the application. The accessibility probe and the shell queue must outlive it; the service
 // is shared with whoever built it. Main thread only: every menu action, closure, service callback and
 // scheduled task runs there.
 class AppDelegate : public QObject {
@@ -37,7 +37,7 @@ public:
     // `arguments` are the process arguments; `trayAvailable` tells whether the desktop can show the tray
     // item (without one the window stands in for it and is shown at launch).
     AppDelegate(std::shared_ptr<CompanionService> service, AccessibilityProbe& accessibility,
-                ShellScheduler& scheduler, const QStringList& arguments, bool trayAvailable);
+                SerialQueue& shellQueue, const QStringList& arguments, bool trayAvailable);
     ~AppDelegate() override;
 
     // Platform events.
@@ -85,7 +85,7 @@ private:
 
     std::shared_ptr<CompanionService> service;
     AccessibilityProbe& accessibility;
-    ShellScheduler& scheduler;
+    SerialQueue& shellQueue; // the main thread's delayed work: auto-hide, status reset, permission poll
 
 public:
     // The shell's parts and state, open to the shell's owner and its tests for reading; only the delegate
@@ -97,7 +97,7 @@ public:
     QAction* statusMenuItem = nullptr;
     QAction* pairingMenuItem = nullptr;
     QAction* startupMenuItem = nullptr;
-    std::shared_ptr<ShellTimer> permissionTimer;
+    std::shared_ptr<RepeatingTimer> permissionTimer;
     bool autoHideWhenConnected = false;
     const bool launchedInBackground;
     bool hasExplicitlyOpenedWindow = false;

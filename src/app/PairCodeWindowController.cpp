@@ -1,7 +1,7 @@
 #include "PairCodeWindowController.h"
 
 #include "Assets.h"
-#include "ShellScheduler.h"
+#include "SerialQueue.h"
 #include "SystemColors.h"
 #include "SystemFonts.h"
 #include "UnicodeNumerals.h"
@@ -18,8 +18,8 @@
 
 namespace keyferry {
 
-PairCodeWindowController::PairCodeWindowController(ShellScheduler& shellScheduler)
-    : codeLabel(nullptr), statusLabel(nullptr), scheduler(shellScheduler), windowWidget(std::make_unique<QWidget>()) {
+PairCodeWindowController::PairCodeWindowController(SerialQueue& mainThreadQueue)
+    : codeLabel(nullptr), statusLabel(nullptr), shellQueue(mainThreadQueue), windowWidget(std::make_unique<QWidget>()) {
     QWidget& window = *windowWidget;
     window.setWindowTitle(QStringLiteral("Pair a phone"));
     window.setWindowFlags(Qt::Window | Qt::WindowTitleHint | Qt::WindowSystemMenuHint | Qt::WindowCloseButtonHint |
@@ -145,7 +145,7 @@ void PairCodeWindowController::detach() {
 void PairCodeWindowController::setPaired() {
     statusLabel->setText(QStringLiteral("Phone paired"));
     QPointer<PairCodeWindowController> weakSelf(this);
-    scheduler.after(pairedCloseDelay, [weakSelf] {
+    shellQueue.postAfter(pairedCloseDelay, [weakSelf] {
         if (weakSelf) {
             weakSelf->close();
         }

@@ -13,21 +13,21 @@ class QWidget;
 
 namespace keyferry {
 
-class ShellScheduler;
+class SerialQueue;
 
 // The "Pair a phone" window: the application icon, the pairing code in large digits, a status line (the
 // expiry time, an error in red, or "Phone paired") and "Close". Shown over the main window as its child
 // (a transient window kept above it, centred on it) and detached again when it closes.
 //
-// Owns its window and labels (Qt parent ownership); created once and reused for every code; the scheduler
-// must outlive it. Main thread only.
+// Owns its window and labels (Qt parent ownership); created once and reused for every code; the shell's
+// main-thread queue must outlive it. Main thread only.
 class PairCodeWindowController : public QObject {
 public:
     static constexpr int width = 400;
     static constexpr int height = 270;
     static constexpr double pairedCloseDelay = 0.7;
 
-    explicit PairCodeWindowController(ShellScheduler& scheduler);
+    explicit PairCodeWindowController(SerialQueue& shellQueue);
     ~PairCodeWindowController() override;
 
     // Called each time the window is about to close.
@@ -66,7 +66,7 @@ private:
     void attach(QWidget& over);
     void detach();
 
-    ShellScheduler& scheduler;
+    SerialQueue& shellQueue;
     std::unique_ptr<QWidget> windowWidget;
 };
 

@@ -3,7 +3,7 @@
 #include "AppDelegate.h"
 #include "DesktopIntegration.h"
 #include "PlatformPorts.h"
-#include "QtShellScheduler.h"
+#include "QtSerialQueue.h"
 #include "ServiceAddress.h"
 #include "SingleInstance.h"
 #include "TerminationSignals.h"
@@ -48,14 +48,14 @@ bool anyWindowVisible() {
 // Runs the shell until the user (or the session) quits it.
 void runShell(keyferry::SingleInstance& instance) {
     keyferry::PlatformPorts platform(serviceTrust());
-    keyferry::QtShellScheduler scheduler;
+    keyferry::QtSerialQueue shellQueue{keyferry::QtSerialQueue::OnCallingThread{}};
     auto service = keyferry::CompanionService::make(platform.ports(), KEYFERRY_SERVICE_URL,
                                                     keyferry::DesktopIntegration::computerName());
     const QStringList arguments = QApplication::arguments();
     const bool background = arguments.contains(QString::fromLatin1(keyferry::AppDelegate::backgroundArgument));
     const bool trayAvailable = waitForSystemTray(background ? std::chrono::seconds(5) : std::chrono::seconds(0));
     {
-        keyferry::AppDelegate delegate(service, platform.accessibility(), scheduler, arguments, trayAvailable);
+        keyferry::AppDelegate delegate(service, platform.accessibility(), shellQueue, arguments, trayAvailable);
         delegate.pairingWindow.setTypingHelp(QString::fromStdString(platform.typingMissing()));
         const auto reopen = [&delegate] { delegate.applicationShouldHandleReopen(anyWindowVisible()); };
         instance.onReopen = reopen;

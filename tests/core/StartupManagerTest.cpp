@@ -1,4 +1,5 @@
 #include "StartupManager.h"
+#include "TempFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -34,18 +35,14 @@ void writeFile(const fs::path& file, const std::string& content) {
 class StartupManagerTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        home = fs::temp_directory_path() / ("keyferry-startup-" + std::to_string(getpid()) + "-" +
-                                            ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(home);
-        fs::create_directories(home);
         setenv("HOME", home.c_str(), 1);
         unsetenv("XDG_CONFIG_HOME");
     }
-    void TearDown() override { fs::remove_all(home); }
 
     fs::path entry() const { return home / ".config" / "autostart" / "com.quillix.companion.desktop"; }
 
-    fs::path home;
+    TempFolder folder{"keyferry-startup"};
+    const fs::path home = folder.path();
 };
 
 // Reads the lines of a desktop entry's [Desktop Entry] group into key -> raw value.

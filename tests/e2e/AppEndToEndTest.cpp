@@ -4,6 +4,7 @@
 // dbus-run-session, so DISPLAY, HOME and the session bus are private already.
 #include "AppSession.h"
 #include "TempFolder.h"
+#include "Wait.h"
 
 #include <gtest/gtest.h>
 
@@ -24,20 +25,25 @@ TEST(AppEndToEndTest, APhoneTypesIntoTheFocusedWindowThroughTheService) {
 
     const auto go = folder.path() / "go";
     std::ofstream(folder.path() / "text.txt") << mixedText;
-    ChildProcess browser({"node", std::string(KEYFERRY_E2E_SOURCES) + "/phone-page.mjs", "--modules", KEYFERRY_E2E_NODE,
-                          "--url", KEYFERRY_E2E_URL, "--cert", KEYFERRY_E2E_CERTIFICATES "/server.pem", "--code", code,
-                          "--text-file", (folder.path() / "text.txt").string(), "--profile",
-                          (folder.path() / "profile").string(), "--out", KEYFERRY_E2E_SCREENSHOTS, "--name", "app-e2e",
-                          "--go-file", go.string()});
+    HelperProcess browser({"node",        std::string(KEYFERRY_E2E_SOURCES) + "/phone-page.mjs",
+                           "--modules",   KEYFERRY_E2E_NODE,
+                           "--url",       KEYFERRY_E2E_URL,
+                           "--cert",      KEYFERRY_E2E_CERTIFICATES "/server.pem",
+                           "--code",      code,
+                           "--text-file", (folder.path() / "text.txt").string(),
+                           "--profile",   (folder.path() / "profile").string(),
+                           "--out",       KEYFERRY_E2E_SCREENSHOTS,
+                           "--name",      "app-e2e",
+                           "--go-file",   go.string()});
     ASSERT_EQ(browser.readLine(60s), "paired");
 
     session.focusReceiverAfterPairing();
     std::ofstream(go).put('\n');
     ASSERT_EQ(browser.readLine(60s), "sent");
     ASSERT_EQ(browser.readLine(90s), "typed");
-    EXPECT_TRUE(AppSession::eventually([&] { return session.received() == mixedText; }, 10s))
+    EXPECT_TRUE(testing::waitUntil([&] { return session.received() == mixedText; }, 10s))
         << "the receiver got: [" << session.received() << "]";
-    EXPECT_EQ(browser.wait(30s), 0);
+    EXPECT_EQ(browser.waitForExit(30s), 0);
     AppSession::screenshot("app-e2e-4-desktop-after-typing");
 }
 

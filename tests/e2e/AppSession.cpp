@@ -2,6 +2,7 @@
 
 #include "ServiceClock.h"
 #include "SqliteStorage.h"
+#include "Wait.h"
 
 #include <array>
 #include <cstdio>
@@ -9,7 +10,6 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
-#include <thread>
 
 namespace keyferry::service {
 namespace {
@@ -45,22 +45,23 @@ void require(bool condition, const std::string& what) {
 } // namespace
 
 AppSession::AppSession(const std::filesystem::path& folder) : folder_(folder) {
-    keyring_ = std::make_unique<ChildProcess>(std::vector<std::string>{
+    keyring_ = std::make_unique<HelperProcess>(std::vector<std::string>{
         "sh", "-c", "printf keyferry-e2e | exec gnome-keyring-daemon --foreground --unlock --components=secrets"});
-    require(eventually([] {
+    require(testing::waitUntil([] {
         return std::system("dbus-send --session --print-reply --dest=org.freedesktop.DBus /org/freedesktop/DBus "
                            "org.freedesktop.DBus.NameHasOwner string:org.freedesktop.secrets 2>/dev/null | grep -q true") == 0;
     }, 20s), "gnome-keyring did not start");
 
-    service_ = std::make_unique<ChildProcess>(std::vector<std::string>{
+    service_ = std::make_unique<HelperProcess>(std::vector<std::string>{
         KEYFERRY_SERVICE_PROGRAM, "--listen", KEYFERRY_E2E_LISTEN, "--data", (folder_ / "service").string(), "--cert",
         KEYFERRY_E2E_CERTIFICATES "/server.pem", "--key", KEYFERRY_E2E_CERTIFICATES "/server-key.pem"});
     require(service_->readLine(20s).value_or("").find("listening") != std::string::npos, "the service did not start");
 
-    receiver_ = std::make_unique<ChildProcess>(
+    receiver_ = std::make_unique<HelperProcess>(
         std::vector<std::string>{KEYFERRY_QT_RECEIVER, receivedFile().string(), "0"});
-    app_ = std::make_unique<ChildProcess>(std::vector<std::string>{KEYFERRY_E2E_APP});
-    require(eventually([] { return !visibleWindow("Keyferry").empty(); }, 30s), "the application showed no window");
+    app_ = std::make_unique<HelperProcess>(std::vector<std::string>{KEYFERRY_E2E_APP});
+    require(testing::waitUntil([] { return !visibleWindow("Keyferry").empty(); }, 30s),
+            "the application showed no window");
 }
 
 AppSession::~AppSession() {
@@ -76,18 +77,20 @@ std::string AppSession::requestPairingCode() {
     require(std::system(("timeout 10 xdotool windowfocus --sync " + window + " key Return").c_str()) == 0,
             "could not press Return in the application's window");
     std::string code;
-    require(eventually([&] {
+    require(testing::waitUntil([&] {
         SqliteStorage storage((folder_ / "service" / "keyferry.sqlite3").string());
         const auto codes = storage.livePairCodes(SystemClock().nowMs());
         code = codes.size() == 1 ? codes.front().code : std::string();
         return !code.empty();
     }, 30s), "no pairing code was made");
-    require(eventually([] { return !visibleWindow("Pair a phone").empty(); }, 10s), "the code window did not open");
+    require(testing::waitUntil([] { return !visibleWindow("Pair a phone").empty(); }, 10s),
+            "the code window did not open");
     return code;
 }
 
 void AppSession::focusReceiverAfterPairing() {
-    require(eventually([] { return visibleWindow("Pair a phone").empty(); }, 30s), "the code window stayed open");
+    require(testing::waitUntil([] { return visibleWindow("Pair a phone").empty(); }, 30s),
+            "the code window stayed open");
     const std::string window = firstLineOf("xdotool search --pid " + std::to_string(receiver_->pid()) + " 2>/dev/null");
     require(!window.empty(), "the receiver has no window");
     require(std::system(("timeout 10 xdotool windowfocus --sync " + window).c_str()) == 0,
@@ -105,17 +108,6 @@ void AppSession::screenshot(const std::string& name) {
     std::filesystem::create_directories(KEYFERRY_E2E_SCREENSHOTS);
     const std::string path = std::string(KEYFERRY_E2E_SCREENSHOTS) + "/" + name + ".png";
     std::system(("import -window root '" + path + "' 2>/dev/null").c_str());
-}
-
-bool AppSession::eventually(const std::function<bool()>& condition, std::chrono::milliseconds limit) {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (std::chrono::steady_clock::now() < deadline) {
-        if (condition()) {
-            return true;
-        }
-        std::this_thread::sleep_for(50ms);
-    }
-    return condition();
 }
 
 } // namespace keyferry::service

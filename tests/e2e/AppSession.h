@@ -1,10 +1,8 @@
 #pragma once
 
-#include "ChildProcess.h"
+#include "HelperProcess.h"
 
-#include <chrono>
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <string>
 
@@ -33,14 +31,12 @@ public:
     // A PNG of the whole screen, in the e2e screenshots folder.
     static void screenshot(const std::string& name);
 
-    static bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds limit);
-
 private:
     std::filesystem::path folder_;
-    std::unique_ptr<ChildProcess> keyring_;
-    std::unique_ptr<ChildProcess> service_;
-    std::unique_ptr<ChildProcess> receiver_;
-    std::unique_ptr<ChildProcess> app_;
+    std::unique_ptr<HelperProcess> keyring_;
+    std::unique_ptr<HelperProcess> service_;
+    std::unique_ptr<HelperProcess> receiver_;
+    std::unique_ptr<HelperProcess> app_;
 };
 
 } // namespace keyferry::service

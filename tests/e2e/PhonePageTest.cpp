@@ -1,7 +1,7 @@
 // The phone page in headless Chromium against the real service over TLS, with this test playing the
 // computer on its WebSocket: pair through the page, send a text in many scripts while the computer is
 // offline, deliver and acknowledge it, see "Typed", then see the page tell that the pairing was removed.
-#include "ChildProcess.h"
+#include "HelperProcess.h"
 #include "HttpsClient.h"
 #include "ServiceClock.h"
 #include "TempFolder.h"
@@ -41,12 +41,12 @@ TEST(PhonePageTest, PairSendFollowUntilTypedAndSeeThePairingRemoved) {
     std::ofstream(textFile) << mixedText;
     const std::filesystem::path screenshots = KEYFERRY_E2E_SCREENSHOTS;
     std::filesystem::create_directories(screenshots);
-    ChildProcess browser({"node", std::string(KEYFERRY_E2E_SOURCES) + "/phone-page.mjs", "--modules", KEYFERRY_E2E_NODE,
-                          "--url", "https://127.0.0.1:" + std::to_string(server.port()), "--cert",
-                          (folder.path() / "data" / "server.pem").string(), "--code", computer.json["pairCode"],
-                          "--text-file", textFile.string(), "--profile", (folder.path() / "profile").string(), "--out",
-                          screenshots.string(), "--expect-offline", "--expect-removal"},
-                         privateHome(folder.path() / "home"));
+    HelperProcess browser({"node", std::string(KEYFERRY_E2E_SOURCES) + "/phone-page.mjs", "--modules",
+                           KEYFERRY_E2E_NODE, "--url", "https://127.0.0.1:" + std::to_string(server.port()), "--cert",
+                           (folder.path() / "data" / "server.pem").string(), "--code", computer.json["pairCode"],
+                           "--text-file", textFile.string(), "--profile", (folder.path() / "profile").string(), "--out",
+                           screenshots.string(), "--expect-offline", "--expect-removal"},
+                          privateHome(folder.path() / "home"));
 
     ASSERT_EQ(browser.readLine(60s), "paired");
     const auto phones = client.get("/v1/computers/phones", computerToken).json["phones"];
@@ -68,7 +68,7 @@ TEST(PhonePageTest, PairSendFollowUntilTypedAndSeeThePairingRemoved) {
     const auto removal = client.post("/v1/computers/phones/remove", computerToken, json{{"pairingId", phones[0]["id"]}});
     EXPECT_EQ(removal.json["removed"], true);
     ASSERT_EQ(browser.readLine(30s), "removed");
-    EXPECT_EQ(browser.wait(30s), 0);
+    EXPECT_EQ(browser.waitForExit(30s), 0);
     for (const char* shot : {"1-pair", "2-offline", "3-typed", "4-removed"}) {
         EXPECT_GT(std::filesystem::file_size(screenshots / ("phone-page-" + std::string(shot) + ".png")), 1000u) << shot;
     }

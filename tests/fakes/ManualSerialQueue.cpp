@@ -47,15 +47,23 @@ std::int64_t ManualSerialQueue::toNanoseconds(double seconds) {
     return std::llround(std::max(seconds, 0.0) * 1e9);
 }
 
-double ManualSerialQueue::now() const { return static_cast<double>(clock) / 1e9; }
+ManualSerialQueue::ManualSerialQueue() : ownClock(std::make_unique<VirtualClock>()), time(*ownClock) {
+    time.attach(*this);
+}
+
+ManualSerialQueue::ManualSerialQueue(VirtualClock& sharedClock) : time(sharedClock) { time.attach(*this); }
+
+ManualSerialQueue::~ManualSerialQueue() { time.detach(*this); }
+
+double ManualSerialQueue::now() const { return time.now(); }
 
 void ManualSerialQueue::post(std::function<void()> task) {
-    schedule(clock, Entry{Kind::task, std::move(task), nullptr, nullptr});
+    schedule(clockNanoseconds(), Entry{Kind::task, std::move(task), nullptr, nullptr});
 }
 
 std::shared_ptr<WorkItem> ManualSerialQueue::postAfter(double seconds, std::function<void()> task) {
     auto liveness = std::make_shared<Liveness>();
-    schedule(clock + toNanoseconds(seconds), Entry{Kind::delayed, std::move(task), liveness, nullptr});
+    schedule(clockNanoseconds() + toNanoseconds(seconds), Entry{Kind::delayed, std::move(task), liveness, nullptr});
     return std::make_shared<Item>(liveness);
 }
 
@@ -63,14 +71,14 @@ std::shared_ptr<RepeatingTimer> ManualSerialQueue::startTimer(double firstDeadli
                                                               std::function<void()> handler) {
     auto timer = std::make_shared<TimerState>();
     timer->handler = std::move(handler);
-    timer->start = clock + toNanoseconds(firstDeadline);
+    timer->start = clockNanoseconds() + toNanoseconds(firstDeadline);
     timer->period = std::max<std::int64_t>(toNanoseconds(period), 1);
     scheduleTick(timer);
     return std::make_shared<Timer>(timer);
 }
 
 void ManualSerialQueue::schedule(std::int64_t deadline, Entry entry) {
-    entries.emplace(Key{deadline, nextOrder++}, std::move(entry));
+    entries.emplace(Key{deadline, time.nextOrder()}, std::move(entry));
 }
 
 void ManualSerialQueue::scheduleTick(const std::shared_ptr<TimerState>& timer) {
@@ -125,30 +133,24 @@ void ManualSerialQueue::runEntry(Entry entry) {
     }
 }
 
-std::size_t ManualSerialQueue::runDueBy(std::int64_t limit, bool moveClock) {
+void ManualSerialQueue::runKey(const Key& key) {
+    auto node = entries.extract(key);
+    runEntry(std::move(node.mapped()));
+}
+
+std::size_t ManualSerialQueue::runUntilIdle() {
     if (running) {
         throw std::logic_error("ManualSerialQueue driven from inside its own work");
     }
     std::size_t count = 0;
-    while (auto key = firstLiveDueBy(limit)) {
-        auto node = entries.extract(*key);
-        if (moveClock) {
-            clock = std::max(clock, key->first);
-        }
-        runEntry(std::move(node.mapped()));
+    while (auto key = firstLiveDueBy(clockNanoseconds())) {
+        runKey(*key);
         ++count;
     }
     return count;
 }
 
-std::size_t ManualSerialQueue::runUntilIdle() { return runDueBy(clock, false); }
-
-std::size_t ManualSerialQueue::advance(double seconds) {
-    const std::int64_t end = clock + toNanoseconds(seconds);
-    const std::size_t count = runDueBy(end, true);
-    clock = end;
-    return count;
-}
+std::size_t ManualSerialQueue::advance(double seconds) { return time.advance(seconds); }
 
 std::size_t ManualSerialQueue::pendingTaskCount() const {
     return static_cast<std::size_t>(

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "SerialQueue.h"
+#include "VirtualClock.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -12,7 +13,9 @@
 
 namespace keyferry::fakes {
 
-// A serial queue driven by the test, on a virtual clock that starts at 0 and moves only through advance().
+// A serial queue driven by the test, on a virtual clock that starts at 0 and moves only through advance():
+// a clock of its own, or one shared with other queues (the service's queue and the shell's), which then all
+// move together.
 //
 // Nothing runs on its own: posted tasks wait for runUntilIdle() or advance(); delayed work and timer ticks
 // wait for advance() to reach their deadline. Virtual time is kept in whole nanoseconds, so deadlines that
@@ -24,7 +27,11 @@ namespace keyferry::fakes {
 // the caller drops the returned handle. Single-threaded: used from the test's thread only.
 class ManualSerialQueue : public SerialQueue {
 public:
-    ManualSerialQueue() = default;
+    // On a clock of its own.
+    ManualSerialQueue();
+    // On `sharedClock`, which must outlive the queue.
+    explicit ManualSerialQueue(VirtualClock& sharedClock);
+    ~ManualSerialQueue() override;
     ManualSerialQueue(const ManualSerialQueue&) = delete;
     ManualSerialQueue& operator=(const ManualSerialQueue&) = delete;
 
@@ -39,13 +46,14 @@ public:
     // Virtual seconds since the queue was made.
     double now() const;
 
-    // Runs everything due now (posted tasks, and work posted by them), without moving the clock.
-    // Returns the number of entries run.
+    // Runs everything due now on this queue (posted tasks, and work posted by them), without moving the
+    // clock. Returns the number of entries run.
     std::size_t runUntilIdle();
 
     // Moves the clock forward by `seconds`, running every entry whose deadline falls inside the window in
     // deadline order, with the clock set to each entry's deadline while it runs (so work scheduled by work
     // inside the window runs too when due). Ends with the clock at the window's end. Returns entries run.
+    // On a shared clock, the other queues' work runs too, in the same order (VirtualClock::advance()).
     std::size_t advance(double seconds);
 
     // Introspection for tests (cancelled entries are not counted).
@@ -58,6 +66,8 @@ public:
     static std::int64_t toNanoseconds(double seconds);
 
 private:
+    friend class VirtualClock;
+
     enum class Kind { task, delayed, timerTick };
     struct Liveness;
     struct TimerState;
@@ -75,12 +85,13 @@ private:
     void scheduleTick(const std::shared_ptr<TimerState>& timer);
     bool isLive(const Entry& entry) const;
     std::optional<Key> firstLiveDueBy(std::int64_t limit);
+    void runKey(const Key& key);
     void runEntry(Entry entry);
-    std::size_t runDueBy(std::int64_t limit, bool moveClock);
+    std::int64_t clockNanoseconds() const { return time.nanoseconds; }
 
+    std::unique_ptr<VirtualClock> ownClock; // when not on a shared one
+    VirtualClock& time;
     std::map<Key, Entry> entries;
-    std::int64_t clock = 0;
-    std::uint64_t nextOrder = 0;
     bool running = false;
 };
 

@@ -3,13 +3,13 @@
 find_package(Qt6 REQUIRED COMPONENTS Widgets)
 
 add_library(keyferry_linux_test_support STATIC
-    ${CMAKE_CURRENT_LIST_DIR}/HelperProcess.cpp
     ${CMAKE_CURRENT_LIST_DIR}/XvfbDisplay.cpp
     ${CMAKE_CURRENT_LIST_DIR}/MixedSampleText.cpp
     ${CMAKE_CURRENT_LIST_DIR}/ReceivedText.cpp
     ${CMAKE_CURRENT_LIST_DIR}/PrivateSessionBus.cpp
 )
 target_include_directories(keyferry_linux_test_support PUBLIC ${CMAKE_CURRENT_LIST_DIR})
+target_link_libraries(keyferry_linux_test_support PUBLIC keyferry_test_support)
 keyferry_compile_options(keyferry_linux_test_support)
 
 add_executable(keyferry-xlib-receiver ${CMAKE_CURRENT_LIST_DIR}/XlibTextReceiver.cpp)

@@ -6,19 +6,7 @@
 
 namespace keyferry {
 
-namespace {
-
-std::filesystem::path makeFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "keyferry-bus-XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr) {
-        throw std::runtime_error("cannot make a temporary folder");
-    }
-    return pattern;
-}
-
-} // namespace
-
-PrivateSessionBus::PrivateSessionBus() : folder(makeFolder()) {
+PrivateSessionBus::PrivateSessionBus() : session("keyferry-bus"), folder(session.path()) {
     for (const char* name : {"home", "data", "config", "cache", "runtime"}) {
         std::filesystem::create_directories(folder / name);
     }
@@ -45,8 +33,6 @@ PrivateSessionBus::PrivateSessionBus() : folder(makeFolder()) {
 PrivateSessionBus::~PrivateSessionBus() {
     keyring.reset();
     bus.reset();
-    std::error_code ignored;
-    std::filesystem::remove_all(folder, ignored);
 }
 
 std::map<std::string, std::string> PrivateSessionBus::environment() const {

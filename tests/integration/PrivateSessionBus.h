@@ -1,6 +1,7 @@
 #pragma once
 
 #include "HelperProcess.h"
+#include "TempFolder.h"
 
 #include <filesystem>
 #include <map>
@@ -28,6 +29,7 @@ public:
 private:
     std::map<std::string, std::string> environment() const;
 
+    TempFolder session; // removed after the bus and the keyring have stopped
     std::filesystem::path folder;
     std::string busAddress;
     std::unique_ptr<HelperProcess> bus;

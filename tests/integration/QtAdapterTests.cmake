@@ -10,7 +10,7 @@ add_library(keyferry_tls_test_server STATIC
     ${CMAKE_CURRENT_LIST_DIR}/TlsTestConnection.cpp
     ${CMAKE_CURRENT_LIST_DIR}/TlsTestServer.cpp)
 target_include_directories(keyferry_tls_test_server PUBLIC ${CMAKE_CURRENT_LIST_DIR})
-target_link_libraries(keyferry_tls_test_server PUBLIC Qt6::Core Qt6::Network)
+target_link_libraries(keyferry_tls_test_server PUBLIC keyferry_test_support Qt6::Core Qt6::Network)
 target_compile_definitions(keyferry_tls_test_server
     PUBLIC QT_NO_KEYWORDS QT_NO_CAST_FROM_ASCII QT_NO_URL_CAST_FROM_STRING
     PRIVATE KEYFERRY_OPENSSL="${KEYFERRY_OPENSSL}")
@@ -25,12 +25,12 @@ keyferry_test(keyferry_qt_adapter_tests integration
         ${CMAKE_CURRENT_LIST_DIR}/QtWebSocketTaskTest.cpp
         ${CMAKE_CURRENT_LIST_DIR}/QtSettingsDefaultsTest.cpp
         ${CMAKE_CURRENT_LIST_DIR}/QtTrustTest.cpp
-    LIBRARIES keyferry_qt keyferry_tls_test_server Qt6::Test)
+    LIBRARIES keyferry_qt keyferry_tls_test_server keyferry_test_support Qt6::Test)
 
 # The whole CompanionService over the Qt adapters; the fakes stand in for secrets, keyboard and permission.
 keyferry_test(keyferry_qt_service_tests integration
     SOURCES
         ${CMAKE_CURRENT_LIST_DIR}/QtTestMain.cpp
         ${CMAKE_CURRENT_LIST_DIR}/QtCompanionServiceTest.cpp
-    LIBRARIES keyferry_qt keyferry_tls_test_server keyferry_fakes Qt6::Test
+    LIBRARIES keyferry_qt keyferry_tls_test_server keyferry_fakes keyferry_test_support Qt6::Test
     TIMEOUT 180)

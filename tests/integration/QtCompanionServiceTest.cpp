@@ -10,13 +10,13 @@
 #include "RecordingKeyboardPoster.h"
 #include "SettableAccessibilityProbe.h"
 #include "SystemClock.h"
+#include "TempFolder.h"
 #include "TestMailbox.h"
 #include "TlsServerTest.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include <QTemporaryDir>
 
 #include <chrono>
 #include <cstdio>
@@ -32,7 +32,7 @@ using testing::TestHttpReply;
 using testing::TestHttpRequest;
 using testing::TestMailbox;
 using testing::TestWebSocketPeer;
-using testing::waitUntil;
+using testing::processEventsUntil;
 
 const QByteArray pairStartPath = "/v1/computers/pair/start";
 const QByteArray pairStatusPath = "/v1/computers/pair/status";
@@ -82,7 +82,7 @@ protected:
         service->stop();
         const std::weak_ptr<CompanionService> weakService = service;
         service.reset();
-        EXPECT_TRUE(waitUntil([&] { return weakService.expired(); }));
+        EXPECT_TRUE(processEventsUntil([&] { return weakService.expired(); }));
     }
 
     std::optional<TestHttpReply> answer(const TestHttpRequest& request) {
@@ -107,7 +107,7 @@ protected:
     }
 
     bool reached(State state, std::chrono::milliseconds limit = 10s) {
-        return waitUntil([&] { return !states.values().empty() && states.values().back() == state; }, limit);
+        return processEventsUntil([&] { return !states.values().empty() && states.values().back() == state; }, limit);
     }
 
     TestWebSocketPeer& lastPeer() { return server.webSocket(server.webSocketCount() - 1); }
@@ -120,12 +120,12 @@ protected:
         return typed.values().at(0);
     }
 
-    QTemporaryDir folder;
+    TempFolder folder{"keyferry-qt-service"};
     QtMainThread mainThread;
     SystemClock clock;
     QtHttpClient http{queue, serverTrust()};
     QtWebSocketFactory webSockets{queue, serverTrust(), QtWebSocketLimits{500ms, 1024 * 1024, 1000ms}};
-    QtSettingsDefaults defaults{folder.filePath(QStringLiteral("quillix/companion.ini"))};
+    QtSettingsDefaults defaults{QString::fromStdString((folder / "quillix/companion.ini").string())};
     fakes::InMemorySecretBackend secrets;
     fakes::RecordingKeyboardPoster keyboard;
     fakes::SettableAccessibilityProbe accessibility;
@@ -196,7 +196,7 @@ TEST_F(QtCompanionServiceTest, ServerCloseLeadsToAStatusCheckAndAReconnection) {
 
     lastPeer().sendClose(1012);
 
-    ASSERT_TRUE(waitUntil([&] { return server.webSocketCount() == 2; }));
+    ASSERT_TRUE(processEventsUntil([&] { return server.webSocketCount() == 2; }));
     ASSERT_TRUE(reached(State::connected));
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - closedAt).count();
     std::printf("[ figures ] server closed the socket: connected again after %.3f s (1 s back-off)\n", seconds);
@@ -238,7 +238,7 @@ TEST_F(QtCompanionServiceTest, ACredentialRejectedOnThePhoneListUnpairsAndCloses
     ASSERT_TRUE(errors.waitFor(1));
     EXPECT_EQ(errors.values()[0], removedText);
     EXPECT_EQ(phoneCounts.values().back(), 0u);
-    ASSERT_TRUE(waitUntil([&] { return lastPeer().closeCodeReceived().has_value(); }));
+    ASSERT_TRUE(processEventsUntil([&] { return lastPeer().closeCodeReceived().has_value(); }));
     EXPECT_EQ(lastPeer().closeCodeReceived(), 1001);
     EXPECT_EQ(QtSettingsDefaults(defaults.filePath()).string("quillix.computerId"), std::nullopt);
 }
@@ -250,7 +250,7 @@ TEST_F(QtCompanionServiceTest, StopClosesTheSocketAsGoingAway) {
 
     service->stop();
 
-    ASSERT_TRUE(waitUntil([&] { return lastPeer().isDisconnected(); }));
+    ASSERT_TRUE(processEventsUntil([&] { return lastPeer().isDisconnected(); }));
     EXPECT_EQ(lastPeer().closeCodeReceived(), 1001);
     EXPECT_EQ(server.webSocketCount(), 1);
 }
@@ -265,10 +265,10 @@ TEST_F(QtCompanionServiceTest, AnsweredPingsKeepTheSocketAndAWithheldPongLeadsTo
         return std::chrono::duration<double>(std::chrono::steady_clock::now() - connectedAt).count();
     };
 
-    ASSERT_TRUE(waitUntil([&] { return server.webSocket(0).pingsReceived() == 1; }, 30s));
+    ASSERT_TRUE(processEventsUntil([&] { return server.webSocket(0).pingsReceived() == 1; }, 30s));
     const double firstPing = secondsSinceConnected();
     server.webSocket(0).setAnswersPings(false);
-    ASSERT_TRUE(waitUntil([&] { return server.webSocketCount() == 2; }, 40s));
+    ASSERT_TRUE(processEventsUntil([&] { return server.webSocketCount() == 2; }, 40s));
     const double newSocket = secondsSinceConnected();
 
     std::printf("[ figures ] heartbeat: first ping %.3f s after connecting (answered); second ping unanswered, "

@@ -3,7 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <QCoreApplication>
 #include <QPointer>
+#include <QThread>
 
 #include <algorithm>
 #include <numeric>
@@ -222,6 +224,53 @@ TEST(QtSerialQueueTest, DestructionDropsPendingWorkAndObjectsOfTheQueue) {
     }
     EXPECT_TRUE(child.isNull());
     EXPECT_EQ(events.values(), (std::vector<std::string>{"child destroyed on queue: 1"}));
+}
+
+// The same queue on the main thread's event loop, as the shell's delayed work runs.
+TEST(QtSerialQueueTest, OnTheCallingThreadWorkRunsLaterThroughThatThreadsEventLoop) {
+    QtSerialQueue queue{QtSerialQueue::OnCallingThread{}};
+    TestMailbox<std::string> ran;
+    queue.post([&] { ran.put(queue.isCurrent() && QThread::currentThread() == qApp->thread() ? "main" : "other"); });
+    queue.post([&] { ran.put("second"); });
+    EXPECT_EQ(ran.size(), 0u);
+    EXPECT_TRUE(queue.isCurrent());
+    ASSERT_TRUE(ran.waitFor(2));
+    EXPECT_EQ(ran.values(), (std::vector<std::string>{"main", "second"}));
+}
+
+TEST(QtSerialQueueTest, OnTheCallingThreadDelayedWorkWaitsItsDelayAndTimersTickUntilCancelled) {
+    QtSerialQueue queue{QtSerialQueue::OnCallingThread{}};
+    TestMailbox<std::string> ran;
+    const auto start = Clock::now();
+    queue.postAfter(0.05, [&] {
+        ran.put("delayed after " + std::to_string(Milliseconds(Clock::now() - start).count() >= 50));
+    });
+    std::shared_ptr<RepeatingTimer> timer = queue.startTimer(0.01, 0.01, [&] {
+        ran.put("tick");
+        if (std::ranges::count(ran.values(), std::string("tick")) == 3) {
+            timer->cancel();
+        }
+    });
+    queue.postAfter(0.15, [&] { ran.put("end"); });
+    ASSERT_TRUE(ran.waitFor(5));
+    EXPECT_EQ(std::ranges::count(ran.values(), std::string("tick")), 3);
+    EXPECT_EQ(std::ranges::count(ran.values(), std::string("delayed after 1")), 1);
+    EXPECT_EQ(ran.values().back(), "end");
+}
+
+TEST(QtSerialQueueTest, OnTheCallingThreadDestructionDropsPendingWork) {
+    TestMailbox<std::string> ran;
+    std::shared_ptr<RepeatingTimer> keptTimer;
+    {
+        QtSerialQueue queue{QtSerialQueue::OnCallingThread{}};
+        queue.post([&] { ran.put("pending task ran"); });
+        queue.postAfter(0.01, [&] { ran.put("delayed task ran"); });
+        keptTimer = queue.startTimer(0.01, 0.01, [&] { ran.put("timer ticked"); });
+    }
+    QtSerialQueue witness{QtSerialQueue::OnCallingThread{}}; // shows that time for the dropped work has passed
+    witness.postAfter(0.05, [&] { ran.put("witness"); });
+    ASSERT_TRUE(ran.waitFor(1));
+    EXPECT_EQ(ran.values(), (std::vector<std::string>{"witness"}));
 }
 
 } // namespace

@@ -1,4 +1,5 @@
 #include "QtSettingsDefaults.h"
+#include "TempFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +7,6 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QSettings>
-#include <QTemporaryDir>
 
 #include <sys/stat.h>
 
@@ -15,7 +15,8 @@ namespace {
 
 class QtSettingsDefaultsTest : public ::testing::Test {
 protected:
-    QString path() const { return folder.filePath(QStringLiteral("config/quillix/companion.ini")); }
+    QString path() const { return inFolder("config/quillix/companion.ini"); }
+    QString inFolder(const std::string& name) const { return QString::fromStdString((folder / name).string()); }
 
     static unsigned mode(const QString& file) {
         struct stat status {};
@@ -23,7 +24,7 @@ protected:
         return status.st_mode & 0777;
     }
 
-    QTemporaryDir folder;
+    TempFolder folder{"keyferry-settings"};
 };
 
 TEST_F(QtSettingsDefaultsTest, ValuesRoundTripExactlyThroughTheFile) {
@@ -123,8 +124,8 @@ TEST_F(QtSettingsDefaultsTest, AFileThatWasOpenToOthersIsMadePrivate) {
 
 TEST_F(QtSettingsDefaultsTest, UserFileLivesInTheXdgConfigFolder) {
     const QByteArray saved = qgetenv("XDG_CONFIG_HOME");
-    qputenv("XDG_CONFIG_HOME", QFile::encodeName(folder.filePath(QStringLiteral("xdg"))));
-    const QString expected = folder.filePath(QStringLiteral("xdg/quillix/companion.ini"));
+    qputenv("XDG_CONFIG_HOME", QFile::encodeName(inFolder("xdg")));
+    const QString expected = inFolder("xdg/quillix/companion.ini");
     EXPECT_EQ(QtSettingsDefaults::userFilePath(), expected);
     {
         QtSettingsDefaults defaults;

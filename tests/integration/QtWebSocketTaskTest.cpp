@@ -18,7 +18,7 @@ using testing::TestCertificates;
 using testing::TestMailbox;
 using testing::TestWebSocketPeer;
 using testing::TlsTestServer;
-using testing::waitUntil;
+using testing::processEventsUntil;
 using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
 using SendResult = std::optional<WebSocketError>;
@@ -42,7 +42,7 @@ protected:
     // Opens a task to the test server and waits until the server has accepted it.
     std::shared_ptr<WebSocketTask> connectedTask() {
         auto task = openTask(server.webSocketUrl("/v1/computers/connect"));
-        EXPECT_TRUE(waitUntil([&] { return server.webSocketCount() == 1; }));
+        EXPECT_TRUE(processEventsUntil([&] { return server.webSocketCount() == 1; }));
         return task;
     }
 
@@ -116,13 +116,13 @@ TEST_F(QtWebSocketTaskTest, SendsTextAndReportsCompletionAlsoWhenAskedBeforeTheS
     auto task = openTask(server.webSocketUrl("/v1/computers/connect"));
     TestMailbox<SendResult> sent;
     task->sendText(R"({"type":"ack","id":"early"})", [&](SendResult result) { sent.put(result); });
-    ASSERT_TRUE(waitUntil([&] { return server.webSocketCount() == 1; }));
+    ASSERT_TRUE(processEventsUntil([&] { return server.webSocketCount() == 1; }));
     task->sendText(R"({"type":"ack","id":"A"})", [&](SendResult result) { sent.put(result); });
 
     ASSERT_TRUE(sent.waitFor(2));
     EXPECT_FALSE(sent.values()[0].has_value());
     EXPECT_FALSE(sent.values()[1].has_value());
-    ASSERT_TRUE(waitUntil([&] { return peer().receivedTexts().size() == 2; }));
+    ASSERT_TRUE(processEventsUntil([&] { return peer().receivedTexts().size() == 2; }));
     EXPECT_EQ(peer().receivedTexts(), (QList<QByteArray>{R"({"type":"ack","id":"early"})", R"({"type":"ack","id":"A"})"}));
 }
 
@@ -155,11 +155,11 @@ TEST_F(QtWebSocketTaskTest, APingWithoutPongFailsAtTheDeadline) {
 TEST_F(QtWebSocketTaskTest, APingFailsWhenTheSocketClosesFirst) {
     QtWebSocketFactory patient(queue, serverTrust()); // the product's 10-second pong deadline
     auto task = openTask(server.webSocketUrl("/v1/computers/connect"), patient);
-    ASSERT_TRUE(waitUntil([&] { return server.webSocketCount() == 1; }));
+    ASSERT_TRUE(processEventsUntil([&] { return server.webSocketCount() == 1; }));
     peer().setAnswersPings(false);
     TestMailbox<SendResult> pong;
     task->sendPing([&](SendResult result) { pong.put(result); });
-    ASSERT_TRUE(waitUntil([&] { return peer().pingsReceived() == 1; }));
+    ASSERT_TRUE(processEventsUntil([&] { return peer().pingsReceived() == 1; }));
     const auto started = Clock::now();
 
     peer().drop();
@@ -179,7 +179,7 @@ TEST_F(QtWebSocketTaskTest, ServerCloseFailsTheWaitingAndEveryLaterReceive) {
     ASSERT_TRUE(waiting.waitFor(1));
     EXPECT_TRUE(isError(waiting.values()[0]));
     EXPECT_TRUE(isError(receive(*task, 1).at(0)));
-    ASSERT_TRUE(waitUntil([&] { return peer().isDisconnected(); }));
+    ASSERT_TRUE(processEventsUntil([&] { return peer().isDisconnected(); }));
     EXPECT_EQ(peer().closeCodeReceived(), 4000); // the client answered the closing handshake
 }
 
@@ -187,7 +187,7 @@ TEST_F(QtWebSocketTaskTest, MessagesNotYetReceivedAreDroppedOnceTheSocketFailed)
     auto task = connectedTask();
     peer().sendText(R"({"type":"insert_text","id":"late","text":"x"})");
     peer().sendClose(1000);
-    ASSERT_TRUE(waitUntil([&] { return peer().isDisconnected(); }));
+    ASSERT_TRUE(processEventsUntil([&] { return peer().isDisconnected(); }));
 
     EXPECT_TRUE(isError(receive(*task, 1).at(0)));
 }
@@ -212,28 +212,28 @@ TEST_F(QtWebSocketTaskTest, CancelClosesWithTheCodeAndFailsReceivesAndSends) {
 
     ASSERT_TRUE(waiting.waitFor(1));
     EXPECT_TRUE(isError(waiting.values()[0]));
-    ASSERT_TRUE(waitUntil([&] { return peer().closeCodeReceived().has_value(); }));
+    ASSERT_TRUE(processEventsUntil([&] { return peer().closeCodeReceived().has_value(); }));
     EXPECT_EQ(peer().closeCodeReceived(), 1001);
     TestMailbox<SendResult> sent;
     task->sendText("{}", [&](SendResult result) { sent.put(result); });
     ASSERT_TRUE(sent.waitFor(1));
     EXPECT_TRUE(sent.values()[0].has_value());
     EXPECT_TRUE(isError(receive(*task, 1).at(0)));
-    EXPECT_TRUE(waitUntil([&] { return peer().isDisconnected(); }));
+    EXPECT_TRUE(processEventsUntil([&] { return peer().isDisconnected(); }));
 }
 
 TEST_F(QtWebSocketTaskTest, LettingTheTaskGoClosesItsSocketAsGoingAway) {
     auto task = connectedTask();
     roundTrip(*task);
     task.reset();
-    ASSERT_TRUE(waitUntil([&] { return peer().isDisconnected(); }));
+    ASSERT_TRUE(processEventsUntil([&] { return peer().isDisconnected(); }));
     EXPECT_EQ(peer().closeCodeReceived(), 1001);
 }
 
 TEST_F(QtWebSocketTaskTest, LettingTheTaskGoWhileItOpensClosesItOnceOpen) {
     auto task = connectedTask(); // accepted by the server; the client may not have read the answer yet
     task.reset();
-    ASSERT_TRUE(waitUntil([&] { return peer().isDisconnected(); }));
+    ASSERT_TRUE(processEventsUntil([&] { return peer().isDisconnected(); }));
     EXPECT_EQ(peer().closeCodeReceived(), 1001);
 }
 
@@ -249,7 +249,7 @@ TEST_F(QtWebSocketTaskTest, AMessageOfOneMebibyteIsAcceptedAndALargerOneRefused)
     EXPECT_TRUE(isError(receive(*task, 1).at(0)));
     // The client ends the connection while the server may still be writing the refused message; the close
     // frame then sometimes drowns in the connection reset, so only its code is checked when it arrives.
-    ASSERT_TRUE(waitUntil([&] { return peer().isDisconnected(); }));
+    ASSERT_TRUE(processEventsUntil([&] { return peer().isDisconnected(); }));
     if (peer().closeCodeReceived()) {
         EXPECT_EQ(peer().closeCodeReceived(), 1009); // "message too big"
     }

@@ -1,8 +1,9 @@
 #include "ReceivedText.h"
 
+#include "Wait.h"
+
 #include <fstream>
 #include <sstream>
-#include <thread>
 
 namespace keyferry {
 
@@ -14,22 +15,14 @@ std::string fileContents(const std::filesystem::path& path) {
 }
 
 std::string receivedText(const std::filesystem::path& path, std::size_t bytes, std::chrono::milliseconds quiet) {
-    using namespace std::chrono_literals;
-    std::size_t lastSize = 0;
-    auto lastGrowth = std::chrono::steady_clock::now();
-    while (std::chrono::steady_clock::now() - lastGrowth < quiet) {
-        std::error_code error;
-        const std::size_t size = std::filesystem::file_size(path, error);
-        if (!error && size >= bytes) {
-            break;
-        }
-        if (!error && size != lastSize) {
-            lastSize = size;
-            lastGrowth = std::chrono::steady_clock::now();
-        }
-        std::this_thread::sleep_for(20ms);
-    }
-    std::this_thread::sleep_for(100ms);
+    const auto size = [&path] {
+        std::error_code missing;
+        const std::uintmax_t now = std::filesystem::file_size(path, missing);
+        return missing ? std::uintmax_t{0} : now;
+    };
+    testing::waitUntilSteady(size, std::uintmax_t{bytes}, quiet);
+    // Anything typed beyond the expected text shows up as a difference when it comes within a moment.
+    testing::waitUntil([&] { return size() > bytes; }, std::chrono::milliseconds(100));
     return fileContents(path);
 }
 

@@ -1,12 +1,12 @@
 // The Secret Service backend against gnome-keyring on a private D-Bus session bus, and without any service.
 #include "PrivateSessionBus.h"
 #include "SecretServiceBackend.h"
+#include "Wait.h"
 
 #include <gtest/gtest.h>
 #include <libsecret/secret.h>
 
 #include <chrono>
-#include <thread>
 
 namespace keyferry {
 namespace {
@@ -17,12 +17,13 @@ const SecretQuery token{"com.quillix.companion", "computer-token"};
 
 // Waits until the keyring answers on the bus (it registers its name shortly after starting).
 void waitForKeyring(SecretServiceBackend& backend) {
-    const auto deadline = std::chrono::steady_clock::now() + 20s;
     std::string ignored;
-    while (backend.find(SecretQuery{"keyferry.test", "probe"}, ignored) == SecretServiceBackend::secretNotAvailable &&
-           std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(100ms);
-    }
+    testing::waitUntil(
+        [&] {
+            return backend.find(SecretQuery{"keyferry.test", "probe"}, ignored) !=
+                   SecretServiceBackend::secretNotAvailable;
+        },
+        20s);
 }
 
 class SecretServiceBackendTest : public ::testing::Test {

@@ -13,11 +13,7 @@ const QStringList ecKey = {QStringLiteral("-newkey"), QStringLiteral("ec"), QStr
 } // namespace
 
 TestCertificates::TestCertificates() {
-    if (!folder_.isValid()) {
-        error_ = QStringLiteral("no temporary folder");
-        return;
-    }
-    QFile extensions(folder_.filePath(QStringLiteral("server.ext")));
+    QFile extensions(pathOf(QStringLiteral("server.ext")));
     extensions.open(QIODevice::WriteOnly);
     extensions.write("subjectAltName=IP:127.0.0.1,DNS:localhost\nbasicConstraints=critical,CA:FALSE\n"
                      "keyUsage=critical,digitalSignature\nextendedKeyUsage=serverAuth\n");
@@ -39,7 +35,7 @@ TestCertificates::TestCertificates() {
 
 bool TestCertificates::run(const QStringList& arguments) {
     QProcess openssl;
-    openssl.setWorkingDirectory(folder_.path());
+    openssl.setWorkingDirectory(QString::fromStdString(folder_.path().string()));
     openssl.setProcessChannelMode(QProcess::MergedChannels);
     openssl.start(QStringLiteral(KEYFERRY_OPENSSL), arguments);
     const bool finished = openssl.waitForFinished(30'000);
@@ -51,6 +47,10 @@ bool TestCertificates::run(const QStringList& arguments) {
     return true;
 }
 
+QString TestCertificates::pathOf(const QString& name) const {
+    return QString::fromStdString((folder_ / name.toStdString()).string());
+}
+
 bool TestCertificates::ok() const {
     return error_.isEmpty();
 }
@@ -60,7 +60,7 @@ QString TestCertificates::error() const {
 }
 
 QByteArray TestCertificates::read(const QString& name) const {
-    QFile file(folder_.filePath(name));
+    QFile file(pathOf(name));
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 

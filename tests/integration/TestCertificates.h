@@ -2,7 +2,8 @@
 
 #include <QByteArray>
 #include <QString>
-#include <QTemporaryDir>
+
+#include "TempFolder.h"
 
 namespace keyferry::testing {
 
@@ -24,7 +25,9 @@ private:
     bool run(const QStringList& arguments);
     QByteArray read(const QString& name) const;
 
-    QTemporaryDir folder_;
+    QString pathOf(const QString& name) const;
+
+    TempFolder folder_{"keyferry-certificates"};
     QString error_;
 };
 

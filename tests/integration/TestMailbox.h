@@ -1,6 +1,6 @@
 #pragma once
 
-#include "TestWait.h"
+#include "QtEventPause.h"
 
 #include <QCoreApplication>
 #include <QMetaObject>
@@ -35,7 +35,7 @@ public:
 
     // Runs the main event loop until `count` values have arrived or `limit` has passed.
     bool waitFor(std::size_t count, std::chrono::milliseconds limit = std::chrono::seconds(10)) const {
-        return waitUntil([&] { return size() >= count; }, limit);
+        return processEventsUntil([&] { return size() >= count; }, limit);
     }
 
 private:

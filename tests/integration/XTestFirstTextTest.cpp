@@ -4,6 +4,7 @@
 #include "HelperProcess.h"
 #include "MixedSampleText.h"
 #include "ReceivedText.h"
+#include "TempFolder.h"
 #include "TextInjector.h"
 #include "X11AccessibilityProbe.h"
 #include "XTestKeyboardPoster.h"
@@ -36,8 +37,8 @@ std::string typeIntoNewWindow(const std::vector<std::string>& receiverArguments,
     XvfbDisplay display;
     setenv("DISPLAY", display.name().c_str(), 1);
     unsetenv("WAYLAND_DISPLAY");
-    const auto output = std::filesystem::temp_directory_path() /
-                        ("keyferry-first-" + std::to_string(getpid()) + "-" + display.name().substr(1) + ".txt");
+    const TempFolder folder("keyferry-first-text");
+    const auto output = folder / "received.txt";
     std::vector<std::string> arguments{receiverArguments.front(), output.string()};
     arguments.insert(arguments.end(), receiverArguments.begin() + 1, receiverArguments.end());
     HelperProcess receiver(arguments, {{"QT_QPA_PLATFORM", "xcb"}, {"LC_ALL", "C.UTF-8"}});
@@ -52,9 +53,7 @@ std::string typeIntoNewWindow(const std::vector<std::string>& receiverArguments,
     X11AccessibilityProbe probe;
     TextInjector injector(poster, probe);
     EXPECT_TRUE(injector.insert(firstText));
-    std::string got = receivedText(output, firstText.size(), 1s);
-    std::filesystem::remove(output);
-    return got;
+    return receivedText(output, firstText.size(), 1s);
 }
 
 void expectEveryCaseExact(const std::vector<std::string>& receiverArguments, std::chrono::milliseconds pause) {
@@ -82,7 +81,8 @@ TEST(XTestFirstTextTest, XlibClientReceivesTextSentTheMomentItHasTheFocus) {
 TEST(XTestFirstTextTest, SlowXlibClientThatJustOpenedReceivesMoreCharactersThanSpareKeycodesExactly) {
     XvfbDisplay display;
     setenv("DISPLAY", display.name().c_str(), 1);
-    const auto output = std::filesystem::temp_directory_path() / ("keyferry-slow-first-" + std::to_string(getpid()) + ".txt");
+    const TempFolder folder("keyferry-slow-first-text");
+    const auto output = folder / "received.txt";
     HelperProcess receiver({KEYFERRY_XLIB_RECEIVER, output.string(), "5", "fresh"}, {{"LC_ALL", "C.UTF-8"}});
     ASSERT_EQ(receiver.readLine(20s), std::optional<std::string>("ready"));
     const std::string text = manyScriptSampleText(3000);
@@ -92,7 +92,6 @@ TEST(XTestFirstTextTest, SlowXlibClientThatJustOpenedReceivesMoreCharactersThanS
     ASSERT_TRUE(injector.insert(text));
     const std::string expected = withTypedLineEnds(text);
     const std::string got = receivedText(output, expected.size());
-    std::filesystem::remove(output);
     EXPECT_EQ(got.size(), expected.size());
     EXPECT_TRUE(got == expected) << "first difference at byte "
                                  << std::mismatch(got.begin(), got.end(), expected.begin()).first - got.begin();

@@ -3,6 +3,7 @@
 // of 127.0.0.0/8 is this machine), the normal client from 127.0.0.1.
 #include "ServiceProcess.h"
 #include "TempFolder.h"
+#include "Wait.h"
 
 #include <boost/asio/connect.hpp>
 #include <boost/asio/ssl.hpp>
@@ -66,20 +67,7 @@ public:
 
     // How many the service has closed, once that number stops changing for half a second (up to 10 s).
     std::size_t closedByService() const {
-        std::size_t closed = 0;
-        auto settledSince = std::chrono::steady_clock::now();
-        const auto deadline = settledSince + 10s;
-        while (std::chrono::steady_clock::now() < deadline) {
-            const std::size_t now = countClosed();
-            if (now != closed) {
-                closed = now;
-                settledSince = std::chrono::steady_clock::now();
-            } else if (std::chrono::steady_clock::now() - settledSince > 500ms) {
-                break;
-            }
-            std::this_thread::sleep_for(50ms);
-        }
-        return closed;
+        return testing::waitUntilSteady([this] { return countClosed(); }, fds_.size() + 1, 500ms, 10s);
     }
 
 private:

@@ -1,13 +1,13 @@
 // Each computer socket holds little memory whatever the computer does: only a few texts go out ahead of
 // the acknowledgements, and a replaced socket ends at once even when its peer reads nothing.
 #include "ComputerSocket.h"
+#include "Wait.h"
 #include "WireTest.h"
 
 #include <gtest/gtest.h>
 
 #include <fstream>
 #include <sstream>
-#include <thread>
 
 namespace keyferry::service {
 namespace {
@@ -80,12 +80,8 @@ TEST_F(OutboxTest, AReplacedSocketEndsAtOnceEvenWhenItsPeerReadsNothing) {
     ASSERT_TRUE(isEstablished(server->port(), silentPort));
     auto newer = connectComputer(computer);
 
-    bool ended = false;
-    for (int i = 0; i < 60 && !ended; ++i) {
-        ended = !isEstablished(server->port(), silentPort);
-        std::this_thread::sleep_for(50ms);
-    }
-    EXPECT_TRUE(ended) << "the service still holds the replaced connection after 3 s";
+    EXPECT_TRUE(testing::waitUntil([&] { return !isEstablished(server->port(), silentPort); }, 3s))
+        << "the service still holds the replaced connection after 3 s";
 }
 
 } // namespace

@@ -9,7 +9,7 @@ ServiceProcess::ServiceProcess(const std::filesystem::path& program, const std::
                                const std::vector<std::string>& extraArguments) {
     std::vector<std::string> arguments{program.string(), "--listen", "127.0.0.1:0", "--data", dataFolder.string()};
     arguments.insert(arguments.end(), extraArguments.begin(), extraArguments.end());
-    process_ = std::make_unique<ChildProcess>(arguments);
+    process_ = std::make_unique<HelperProcess>(arguments);
     const std::string line = process_->readLine(std::chrono::seconds(20)).value_or("");
     const auto listening = line.find("127.0.0.1:");
     const auto semicolon = line.find(';');

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ChildProcess.h"
+#include "HelperProcess.h"
 
 #include <filesystem>
 #include <memory>
@@ -24,7 +24,7 @@ public:
     void kill();
 
 private:
-    std::unique_ptr<ChildProcess> process_;
+    std::unique_ptr<HelperProcess> process_;
     unsigned short port_ = 0;
     std::filesystem::path authority_;
 };

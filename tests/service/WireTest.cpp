@@ -1,9 +1,9 @@
 #include "WireTest.h"
 
 #include "SqliteStorage.h"
+#include "Wait.h"
 
 #include <chrono>
-#include <thread>
 
 namespace keyferry::service {
 
@@ -93,13 +93,7 @@ std::int64_t WireTest::storedUntypedTexts(const std::string& computerId) const {
 }
 
 bool WireTest::eventuallyState(const Phone& phone, const std::string& id, const std::string& state) {
-    for (int i = 0; i < 100; ++i) {
-        if (textState(phone, id) == state) {
-            return true;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return false;
+    return testing::waitUntil([&] { return textState(phone, id) == state; }, std::chrono::seconds(2));
 }
 
 } // namespace keyferry::service

@@ -450,7 +450,7 @@ TEST_F(AppDelegateTest, TerminationStopsTheServiceAndThePermissionTimer) {
     shell.settle();
     ASSERT_TRUE(delegate.isMonitoringPermission());
     delegate.applicationWillTerminate();
-    EXPECT_EQ(shell.scheduler.activeTimerCount(), 0u);
+    EXPECT_EQ(shell.shellQueue.activeTimerCount(), 0u);
     shell.settle();
     // Granting now changes nothing: no poll runs and the stopped service connects no more.
     shell.accessibility.trusted = true;
@@ -492,8 +492,14 @@ TEST_F(AppDelegateTest, CallbacksOfAGoneDelegateDoNothing) {
     shell.delegate.reset();
     shell.settle();
     shell.http.respondTo("v1/computers/pair/start", 500, "{}");
+    shell.queue.runUntilIdle();
+    EXPECT_GT(shell.mainThread.pendingCount(), 0u); // the failure's reports are on their way to the delegate
     shell.settle();
-    SUCCEED();
+    EXPECT_EQ(shell.mainThread.pendingCount(), 0u);
+    for (const QWidget* window : QApplication::topLevelWidgets()) {
+        EXPECT_FALSE(window->isVisible())
+            << window->metaObject()->className() << " " << window->windowTitle().toStdString();
+    }
 }
 
 } // namespace

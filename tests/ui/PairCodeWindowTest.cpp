@@ -1,5 +1,5 @@
 #include "QtPrinters.h"
-#include "ManualShellScheduler.h"
+#include "ManualSerialQueue.h"
 #include "PairCodeWindowController.h"
 #include "SystemColors.h"
 
@@ -40,9 +40,9 @@ protected:
         throw std::logic_error("no Close button");
     }
 
-    uitest::ManualShellScheduler scheduler;
+    fakes::ManualSerialQueue shellQueue;
     QWidget parent;
-    PairCodeWindowController controller{scheduler};
+    PairCodeWindowController controller{shellQueue};
     int closes = 0;
 };
 
@@ -180,9 +180,9 @@ TEST_F(PairCodeWindowTest, PairedSaysSoAndClosesSevenTenthsOfASecondLater) {
     controller.show(QStringLiteral("482913"), expiry(), &parent);
     controller.setPaired();
     EXPECT_EQ(controller.statusLabel->text(), QStringLiteral("Phone paired"));
-    scheduler.advance(0.69);
+    shellQueue.advance(0.69);
     EXPECT_TRUE(window().isVisible());
-    scheduler.advance(0.01);
+    shellQueue.advance(0.01);
     EXPECT_FALSE(window().isVisible());
     EXPECT_EQ(closes, 1);
     EXPECT_EQ(window().windowHandle()->transientParent(), nullptr);
@@ -193,7 +193,7 @@ TEST_F(PairCodeWindowTest, DelayedCloseStillRunsAfterAClosingByHand) {
     controller.setPaired();
     QTest::mouseClick(&closeButton(), Qt::LeftButton);
     EXPECT_EQ(closes, 1);
-    scheduler.advance(0.7);
+    shellQueue.advance(0.7);
     EXPECT_EQ(closes, 2);
     EXPECT_FALSE(window().isVisible());
 }
@@ -201,20 +201,20 @@ TEST_F(PairCodeWindowTest, DelayedCloseStillRunsAfterAClosingByHand) {
 TEST_F(PairCodeWindowTest, DelayedCloseClosesANewlyShownCode) {
     controller.show(QStringLiteral("482913"), expiry(), &parent);
     controller.setPaired();
-    scheduler.advance(0.3);
+    shellQueue.advance(0.3);
     controller.show(QStringLiteral("111222"), expiry(), &parent);
     EXPECT_TRUE(window().isVisible());
-    scheduler.advance(0.4);
+    shellQueue.advance(0.4);
     EXPECT_FALSE(window().isVisible());
     EXPECT_EQ(controller.codeLabel->text(), QStringLiteral("111  222"));
 }
 
 TEST_F(PairCodeWindowTest, DelayedCloseOfAGoneControllerDoesNothing) {
-    auto doomed = std::make_unique<PairCodeWindowController>(scheduler);
+    auto doomed = std::make_unique<PairCodeWindowController>(shellQueue);
     doomed->show(QStringLiteral("482913"), expiry(), nullptr);
     doomed->setPaired();
     doomed.reset();
-    EXPECT_EQ(scheduler.advance(1.0), 1u);
+    EXPECT_EQ(shellQueue.advance(1.0), 1u);
 }
 
 TEST_F(PairCodeWindowTest, ANewShowTurnsAnErrorBackToTheSecondaryColour) {

@@ -5,6 +5,7 @@
 #include "EmptyPhonesView.h"
 #include "PairingWindowController.h"
 #include "PhoneCardView.h"
+#include "QtEventPause.h"
 #include "SystemColors.h"
 
 #include <QApplication>
@@ -26,6 +27,16 @@ namespace {
 
 PairedPhone phone(const std::string& id, const std::string& name) {
     return PairedPhone{id, name, "android", "2.1", 10, 20};
+}
+
+std::vector<QWidget*> visibleWindows() {
+    std::vector<QWidget*> windows;
+    for (QWidget* widget : QApplication::topLevelWidgets()) {
+        if (widget->isVisible()) {
+            windows.push_back(widget);
+        }
+    }
+    return windows;
 }
 
 std::vector<QWidget*> arranged(const PairingWindowController& controller) {
@@ -188,7 +199,8 @@ TEST_F(PairingWindowTest, ReturnPressesTheAddButton) {
     controller->window()->activateWindow();
     controller->startupCheckbox->setFocus();
     QTest::keyClick(controller->window(), Qt::Key_Return);
-    QTest::qWait(250); // the button's pressed look lasts a moment before it fires
+    // The button's pressed look lasts a moment before it fires.
+    EXPECT_TRUE(testing::processEventsUntil([&requests] { return requests > 0; }, std::chrono::seconds(2)));
     EXPECT_EQ(requests, 1);
     EXPECT_FALSE(controller->errorLabel->isVisible());
     EXPECT_EQ(controller->errorLabel->text(), QString());
@@ -205,12 +217,18 @@ TEST_F(PairingWindowTest, AddButtonClearsTheErrorAndAsksForACode) {
 }
 
 TEST_F(PairingWindowTest, ControlsWithoutClosuresDoNothing) {
-    QTest::mouseClick(controller->addPhoneButton, Qt::LeftButton);
     controller->accessibilityButton->show();
     settle();
+    const std::vector<QWidget*> windowsBefore = visibleWindows();
+    const bool checkedBefore = controller->startupCheckbox->isChecked();
+    QTest::mouseClick(controller->addPhoneButton, Qt::LeftButton);
     QTest::mouseClick(controller->accessibilityButton, Qt::LeftButton);
     QTest::mouseClick(controller->startupCheckbox, Qt::LeftButton);
-    SUCCEED();
+    settle();
+    EXPECT_NE(controller->startupCheckbox->isChecked(), checkedBefore); // the clicks did arrive
+    EXPECT_EQ(visibleWindows(), windowsBefore);
+    EXPECT_TRUE(controller->accessibilityButton->isVisible());
+    EXPECT_FALSE(controller->errorLabel->isVisible());
 }
 
 TEST_F(PairingWindowTest, AccessibilityButtonAndCheckboxCallTheirClosures) {

@@ -37,7 +37,7 @@ TEST_F(PermissionMonitoringTest, GrantedPermissionTellsTheServiceAtOnce) {
     accessibilityItem(delegate()).trigger();
     EXPECT_EQ(promptFlags(), (std::vector<bool>{true}));
     EXPECT_FALSE(delegate().isMonitoringPermission());
-    EXPECT_EQ(shell.scheduler.activeTimerCount(), 0u);
+    EXPECT_EQ(shell.shellQueue.activeTimerCount(), 0u);
     shell.settle();
     EXPECT_EQ(shell.webSockets.taskCount(), 1u);
     EXPECT_EQ(delegate().statusMenuItem->text(), QStringLiteral("Connecting..."));
@@ -59,7 +59,7 @@ TEST_F(PermissionMonitoringTest, MissingPermissionIsPolledSilentlyUntilGranted) 
     shell.accessibility.trusted = true;
     shell.advance(1.5);
     EXPECT_FALSE(delegate().isMonitoringPermission());
-    EXPECT_EQ(shell.scheduler.activeTimerCount(), 0u);
+    EXPECT_EQ(shell.shellQueue.activeTimerCount(), 0u);
     EXPECT_EQ(shell.webSockets.taskCount(), 1u);
     const std::size_t callsWhenGranted = promptFlags().size();
     shell.advance(6.0);
@@ -76,7 +76,7 @@ TEST_F(PermissionMonitoringTest, AskingThreeTimesKeepsOneTimerAndTellsTheService
         }
     }
     EXPECT_EQ(promptFlags(), (std::vector<bool>{true, true, true}));
-    EXPECT_EQ(shell.scheduler.activeTimerCount(), 1u);
+    EXPECT_EQ(shell.shellQueue.activeTimerCount(), 1u);
     // The running timer was not restarted: its first poll comes 1.5 s after the first request.
     shell.accessibility.trusted = true;
     shell.advance(0.65);
@@ -87,7 +87,7 @@ TEST_F(PermissionMonitoringTest, AskingThreeTimesKeepsOneTimerAndTellsTheService
     EXPECT_EQ(shell.webSockets.taskCount(), 1u);
     shell.advance(5.0);
     EXPECT_EQ(shell.webSockets.taskCount(), 1u);
-    EXPECT_EQ(shell.scheduler.activeTimerCount(), 0u);
+    EXPECT_EQ(shell.shellQueue.activeTimerCount(), 0u);
 }
 
 TEST_F(PermissionMonitoringTest, RevokingDoesNotRestartMonitoringByItself) {

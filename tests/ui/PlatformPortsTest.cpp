@@ -1,6 +1,5 @@
 #include "PlatformPorts.h"
-
-#include <QTemporaryDir>
+#include "TempFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -18,13 +17,11 @@ namespace {
 class PlatformPortsTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(home.isValid());
-        const QByteArray path = home.path().toUtf8();
-        setenv("HOME", path.constData(), 1);
-        setenv("XDG_CONFIG_HOME", (path + "/config").constData(), 1);
+        setenv("HOME", home.path().c_str(), 1);
+        setenv("XDG_CONFIG_HOME", (home / "config").c_str(), 1);
     }
 
-    QTemporaryDir home;
+    TempFolder home{"keyferry-platform-ports"};
 };
 
 TEST_F(PlatformPortsTest, StoppingTheQueueLetsTheTaskUnderWayFinishAndRunsNothingAfterIt) {
@@ -49,11 +46,25 @@ TEST_F(PlatformPortsTest, StoppingTheQueueLetsTheTaskUnderWayFinishAndRunsNothin
     EXPECT_FALSE(laterRan);
 }
 
+// The second stop leaves the platform as the first did: the queue stays stopped, the other adapters answer.
 TEST_F(PlatformPortsTest, StoppingTwiceIsHarmless) {
     PlatformPorts platform(QtTrust::systemStore());
+    SerialQueue& queue = platform.ports().queue;
+    std::atomic<bool> ranBeforeStop{false};
+    queue.post([&ranBeforeStop] { ranBeforeStop = true; });
+    platform.finishQueuedWork(std::chrono::seconds(5));
+    ASSERT_TRUE(ranBeforeStop);
+
     platform.stopQueue();
     platform.stopQueue();
-    SUCCEED();
+    std::atomic<bool> ranAfterStops{false};
+    queue.post([&ranAfterStops] { ranAfterStops = true; });
+    platform.finishQueuedWork(std::chrono::milliseconds(100));
+    EXPECT_FALSE(ranAfterStops);
+
+    DefaultsStore& defaults = platform.ports().defaults;
+    defaults.setString("keyferry.test", "still answers");
+    EXPECT_EQ(defaults.string("keyferry.test"), "still answers");
 }
 
 } // namespace

@@ -10,9 +10,8 @@
 namespace keyferry::uitest {
 
 ShellHarness::ShellHarness() {
-    const QByteArray homePath = home.path().toUtf8();
-    setenv("HOME", homePath.constData(), 1);
-    setenv("XDG_CONFIG_HOME", (homePath + "/config").constData(), 1);
+    setenv("HOME", home.path().c_str(), 1);
+    setenv("XDG_CONFIG_HOME", (home / "config").c_str(), 1);
     const CompanionServicePorts ports{queue, mainThread, clock, http, webSockets, defaults, secrets, keyboard,
                                       accessibility};
     service = CompanionService::make(ports, "https://keyferry.test", "test-computer");
@@ -32,13 +31,13 @@ void ShellHarness::markPaired() {
 AppDelegate& ShellHarness::launch(const QStringList& arguments, bool trayAvailable) {
     QStringList processArguments{QStringLiteral("keyferry")};
     processArguments += arguments;
-    delegate = std::make_unique<AppDelegate>(service, accessibility, scheduler, processArguments, trayAvailable);
+    delegate = std::make_unique<AppDelegate>(service, accessibility, shellQueue, processArguments, trayAvailable);
     delegate->applicationDidFinishLaunching();
     return *delegate;
 }
 
 void ShellHarness::settle() {
-    while (queue.runUntilIdle() + mainThread.drain() > 0) {
+    while (queue.runUntilIdle() + mainThread.drain() + shellQueue.runUntilIdle() > 0) {
     }
     QCoreApplication::processEvents();
 }
@@ -47,9 +46,7 @@ void ShellHarness::advance(double seconds, double step) {
     double left = seconds;
     while (left > 1e-9) {
         const double now = std::min(step, left);
-        queue.advance(now);
-        settle();
-        scheduler.advance(now);
+        time.advance(now);
         settle();
         left -= now;
     }
@@ -96,7 +93,7 @@ QWidget& ShellHarness::codeWindow() {
 }
 
 std::filesystem::path ShellHarness::autostartEntry() const {
-    return std::filesystem::path(home.path().toStdString()) / "config" / "autostart" /
+    return home / "config" / "autostart" /
            "com.quillix.companion.desktop";
 }
 

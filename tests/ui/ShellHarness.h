@@ -6,15 +6,15 @@
 #include "InMemoryDefaults.h"
 #include "InMemorySecretBackend.h"
 #include "ManualSerialQueue.h"
-#include "ManualShellScheduler.h"
 #include "RecordingKeyboardPoster.h"
 #include "ScriptedHttpClient.h"
 #include "ScriptedWebSocketFactory.h"
 #include "SettableAccessibilityProbe.h"
 #include "SteppedMainThread.h"
+#include "TempFolder.h"
+#include "VirtualClock.h"
 
 #include <QStringList>
-#include <QTemporaryDir>
 
 #include <filesystem>
 #include <memory>
@@ -25,8 +25,8 @@ namespace keyferry::uitest {
 
 // The whole shell on the real service over the fakes, with a home folder of its own (HOME and
 // XDG_CONFIG_HOME point into a temporary folder, so the login registration never touches the real one).
-// Nothing runs by itself: settle() runs the service's queue and the reports it posts; advance() moves the
-// service's and the shell's virtual clocks together.
+// Nothing runs by itself: settle() runs the service's queue, the reports it posts and the shell's work due
+// now; advance() moves the one virtual clock of the service's queue and the shell's main-thread queue.
 class ShellHarness {
 public:
     ShellHarness();
@@ -36,9 +36,9 @@ public:
     void markPaired();
     // Builds the delegate and runs its launch sequence (nothing else runs yet).
     AppDelegate& launch(const QStringList& arguments = {}, bool trayAvailable = true);
-    // Runs the service's queue and the main thread until both are idle.
+    // Runs the service's queue, the main thread and the shell's queue until all are idle.
     void settle();
-    // Moves both clocks forward in steps of at most `step`, settling after each.
+    // Moves the clock forward in steps of at most `step`, settling after each.
     void advance(double seconds, double step = 0.05);
 
     // Answers the oldest pending phone-list request.
@@ -55,8 +55,9 @@ public:
     static std::string phonesJson(const std::vector<PairedPhone>& phones);
     static PairedPhone phone(const std::string& id, const std::string& name);
 
-    QTemporaryDir home;
-    fakes::ManualSerialQueue queue;
+    TempFolder home{"keyferry-shell-home"};
+    fakes::VirtualClock time;
+    fakes::ManualSerialQueue queue{time};
     SteppedMainThread mainThread;
     fakes::FakeClock clock{queue};
     fakes::ScriptedHttpClient http;
@@ -65,7 +66,7 @@ public:
     fakes::InMemorySecretBackend secrets;
     fakes::RecordingKeyboardPoster keyboard;
     fakes::SettableAccessibilityProbe accessibility;
-    ManualShellScheduler scheduler;
+    fakes::ManualSerialQueue shellQueue{time}; // the main thread's delayed work
     std::shared_ptr<CompanionService> service;
     std::unique_ptr<AppDelegate> delegate;
 };

@@ -1,10 +1,10 @@
+#include "QtEventPause.h"
 #include "SingleInstance.h"
+#include "TempFolder.h"
 
 #include <QCoreApplication>
 #include <QFileInfo>
 #include <QLocalServer>
-#include <QTemporaryDir>
-#include <QTest>
 
 #include <gtest/gtest.h>
 
@@ -17,20 +17,23 @@ namespace {
 // Asks from another thread (the asking side blocks, the listening side needs this thread's event loop).
 bool notifyFromAnotherThread(const QString& name) {
     auto answer = std::async(std::launch::async, [name] { return SingleInstance(name).notifyRunningInstance(3000); });
-    while (answer.wait_for(std::chrono::milliseconds(5)) != std::future_status::ready) {
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
-    }
+    testing::processEventsUntil(
+        [&answer] { return answer.wait_for(std::chrono::seconds(0)) == std::future_status::ready; });
     return answer.get();
 }
 
+QString instanceIn(const TempFolder& folder) {
+    return QString::fromStdString((folder / "instance").string());
+}
+
 TEST(SingleInstance, NobodyRunningMeansNobodyAnswers) {
-    QTemporaryDir folder;
-    EXPECT_FALSE(SingleInstance(folder.filePath(QStringLiteral("instance"))).notifyRunningInstance(500));
+    const TempFolder folder;
+    EXPECT_FALSE(SingleInstance(instanceIn(folder)).notifyRunningInstance(500));
 }
 
 TEST(SingleInstance, ALaterCopyMakesTheRunningOneReopen) {
-    QTemporaryDir folder;
-    const QString name = folder.filePath(QStringLiteral("instance"));
+    const TempFolder folder;
+    const QString name = instanceIn(folder);
     SingleInstance running(name);
     int reopens = 0;
     running.onReopen = [&reopens] { ++reopens; };
@@ -41,8 +44,8 @@ TEST(SingleInstance, ALaterCopyMakesTheRunningOneReopen) {
 }
 
 TEST(SingleInstance, SocketLeftBehindByACrashIsTakenOver) {
-    QTemporaryDir folder;
-    const QString name = folder.filePath(QStringLiteral("instance"));
+    const TempFolder folder;
+    const QString name = instanceIn(folder);
     {
         // A stale socket file: created by a server that never cleans up after itself.
         QFile stale(name);
@@ -58,10 +61,10 @@ TEST(SingleInstance, SocketLeftBehindByACrashIsTakenOver) {
 }
 
 TEST(SingleInstance, DefaultNameLivesInTheUsersRuntimeFolder) {
-    QTemporaryDir runtime;
-    qputenv("XDG_RUNTIME_DIR", runtime.path().toUtf8());
+    const TempFolder runtime;
+    qputenv("XDG_RUNTIME_DIR", QByteArray::fromStdString(runtime.path().string()));
     const QString name = SingleInstance::defaultName();
-    EXPECT_TRUE(name.startsWith(runtime.path() + QStringLiteral("/")));
+    EXPECT_TRUE(name.startsWith(QString::fromStdString(runtime.path().string()) + QStringLiteral("/")));
     EXPECT_TRUE(name.contains(QStringLiteral("com.quillix.companion")));
     EXPECT_TRUE(QFileInfo(name).isAbsolute());
 }

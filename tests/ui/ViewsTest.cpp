@@ -6,10 +6,10 @@
 #include "PhoneCardView.h"
 #include "Symbols.h"
 #include "SystemColors.h"
+#include "TempFolder.h"
 
 #include <QFile>
 #include <QLabel>
-#include <QTemporaryDir>
 #include <QTest>
 
 #include <gtest/gtest.h>
@@ -180,8 +180,8 @@ TEST(Assets, MissingResourceFallsBackToTheSymbol) {
 }
 
 TEST(Assets, UnreadableResourceFallsBackToTheSymbol) {
-    QTemporaryDir folder;
-    const QString path = folder.filePath(QStringLiteral("keyferry-app-icon.png"));
+    const TempFolder folder;
+    const QString path = QString::fromStdString((folder / "keyferry-app-icon.png").string());
     QFile file(path);
     ASSERT_TRUE(file.open(QIODevice::WriteOnly));
     file.write("this is not a PNG");

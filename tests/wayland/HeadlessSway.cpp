@@ -1,15 +1,18 @@
 #include "HeadlessSway.h"
 
+#include "ReceivedText.h"
+#include "Wait.h"
+
 #include <pwd.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
-#include <thread>
 
 namespace keyferry {
 
@@ -32,25 +35,10 @@ passwd* testAccount() {
     return account;
 }
 
-std::filesystem::path temporaryFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "keyferry-sway-XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr) {
-        throw std::runtime_error("mkdtemp failed");
-    }
-    return pattern;
-}
-
 void giveTo(const std::filesystem::path& path, uid_t uid, gid_t gid, mode_t mode) {
     if (chown(path.c_str(), uid, gid) != 0 || chmod(path.c_str(), mode) != 0) {
         throw std::runtime_error("could not hand " + path.string() + " to the test user");
     }
-}
-
-std::string contents(const std::filesystem::path& path) {
-    std::ifstream file(path);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
 }
 
 pid_t parentOf(pid_t pid) {
@@ -88,7 +76,7 @@ bool running(pid_t pid) { return kill(pid, 0) == 0 && parentOf(pid) != 0; }
 
 } // namespace
 
-HeadlessSway::HeadlessSway() : folder(temporaryFolder()), runtime(folder / "runtime") {
+HeadlessSway::HeadlessSway() : session("keyferry-sway"), folder(session.path()), runtime(folder / "runtime") {
     uid = getuid();
     gid = getgid();
     if (geteuid() == 0) {
@@ -112,8 +100,6 @@ HeadlessSway::HeadlessSway() : folder(temporaryFolder()), runtime(folder / "runt
 
 HeadlessSway::~HeadlessSway() {
     stopSway();
-    std::error_code ignored;
-    std::filesystem::remove_all(folder, ignored);
 }
 
 void HeadlessSway::stopSway() noexcept {
@@ -124,13 +110,12 @@ void HeadlessSway::stopSway() noexcept {
         // sway's process group still goes below; only strays it started elsewhere could stay
     }
     sway.reset(); // SIGTERM to its process group, SIGKILL after a time limit
-    const auto deadline = std::chrono::steady_clock::now() + 5s;
-    for (const pid_t pid : started) {
-        while (running(pid) && std::chrono::steady_clock::now() < deadline) {
-            std::this_thread::sleep_for(20ms);
-        }
-        if (running(pid)) {
-            kill(pid, SIGKILL);
+    const auto anyRunning = [&started] { return std::ranges::any_of(started, running); };
+    if (!testing::waitUntil([&] { return !anyRunning(); }, 5s)) {
+        for (const pid_t pid : started) {
+            if (running(pid)) {
+                kill(pid, SIGKILL);
+            }
         }
     }
 }
@@ -200,15 +185,11 @@ std::string HeadlessSway::xDisplay() {
     const auto answer = file("x-display");
     auto swaymsg = run({"swaymsg", "exec", "printf %s \"$DISPLAY\" > " + answer.string()});
     swaymsg->waitForExit(10s);
-    const auto deadline = std::chrono::steady_clock::now() + 10s;
-    while (std::chrono::steady_clock::now() < deadline) {
-        const std::string display = contents(answer);
-        if (!display.empty()) {
-            return display;
-        }
-        std::this_thread::sleep_for(50ms);
+    std::string display;
+    if (!testing::waitUntil([&] { return !(display = fileContents(answer)).empty(); }, 10s)) {
+        throw std::runtime_error("sway gave no X display");
     }
-    throw std::runtime_error("sway gave no X display");
+    return display;
 }
 
 } // namespace keyferry

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "HelperProcess.h"
+#include "TempFolder.h"
 
 #include <sys/types.h>
 
@@ -51,6 +52,7 @@ private:
     void waitForSockets(std::chrono::seconds limit);
     void stopSway() noexcept;
 
+    TempFolder session; // removed after everything that ran in it has stopped
     std::filesystem::path folder;
     std::filesystem::path runtime;
     uid_t uid = 0;

@@ -4,6 +4,7 @@
 // must arrive exactly, line ends as typed.
 #include "HeadlessSway.h"
 #include "MixedSampleText.h"
+#include "ReceivedText.h"
 #include "TextInjector.h"
 #include "VirtualKeyboardPoster.h"
 #include "VirtualKeyboardProbe.h"
@@ -15,10 +16,7 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <memory>
-#include <sstream>
-#include <thread>
 
 namespace keyferry {
 namespace {
@@ -32,28 +30,9 @@ std::string sampleText() {
            "\r\nend:\tline\rfeed\nsep\u2028e\u0301 \U0001F469\U0001F3FD\u200D\U0001F4BB \U0001F1EF\U0001F1F5\r\n";
 }
 
-std::string contentsOf(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
 // Waits until the file holds `bytes` or stops growing for three seconds, then reads it.
 std::string recorded(const std::filesystem::path& path, std::size_t bytes) {
-    std::uintmax_t size = 0;
-    auto grew = std::chrono::steady_clock::now();
-    while (size < bytes && std::chrono::steady_clock::now() - grew < 3s) {
-        std::this_thread::sleep_for(20ms);
-        std::error_code missing;
-        const auto now = std::filesystem::file_size(path, missing);
-        if (!missing && now != size) {
-            size = now;
-            grew = std::chrono::steady_clock::now();
-        }
-    }
-    std::this_thread::sleep_for(100ms); // anything beyond the text shows up as a difference
-    return contentsOf(path);
+    return receivedText(path, bytes, 3s);
 }
 
 // The running process whose command line holds `needle`; 0 when there is none.

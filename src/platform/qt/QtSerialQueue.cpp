@@ -34,6 +34,8 @@ QtSerialQueue::QtSerialQueue(const std::string& name)
     thread_->start();
 }
 
+QtSerialQueue::QtSerialQueue(OnCallingThread) : context_(std::make_unique<QObject>()) {}
+
 QtSerialQueue::~QtSerialQueue() {
     stop();
     context_.reset(); // drops the tasks still posted
@@ -42,6 +44,10 @@ QtSerialQueue::~QtSerialQueue() {
 void QtSerialQueue::stop() {
     // The event loop may still deliver events already taken in hand after quit(): the flag stops them.
     stopping_ = true;
+    if (!thread_) {
+        releaseOnQueueThread();
+        return;
+    }
     thread_->quit();
     thread_->wait();
 }
@@ -89,7 +95,7 @@ std::shared_ptr<RepeatingTimer> QtSerialQueue::startTimer(double firstDeadline, 
 }
 
 bool QtSerialQueue::isCurrent() const {
-    return QThread::currentThread() == thread_.get();
+    return QThread::currentThread() == (thread_ ? thread_.get() : context_->thread());
 }
 
 QObject& QtSerialQueue::context() {

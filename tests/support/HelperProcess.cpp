@@ -1,5 +1,7 @@
 #include "HelperProcess.h"
 
+#include "Wait.h"
+
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -10,7 +12,6 @@
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
-#include <thread>
 
 extern char** environ;
 
@@ -124,28 +125,21 @@ std::optional<int> HelperProcess::waitForExit(std::chrono::milliseconds timeout)
     if (child <= 0) {
         return std::nullopt;
     }
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (true) {
-        int status = 0;
-        const pid_t done = waitpid(child, &status, WNOHANG);
-        if (done == child) {
-            child = -1;
-            return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-        }
-        if (std::chrono::steady_clock::now() >= deadline) {
-            return std::nullopt;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    int status = 0;
+    if (!testing::waitUntil([&] { return waitpid(child, &status, WNOHANG) == child; }, timeout)) {
+        return std::nullopt;
     }
+    child = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 // Stops the whole process group, so helpers the program started itself go too.
-void HelperProcess::stop() {
+void HelperProcess::stop(int firstSignal) {
     if (child <= 0) {
         return;
     }
-    kill(-child, SIGTERM);
-    kill(child, SIGTERM);
+    kill(-child, firstSignal);
+    kill(child, firstSignal);
     if (!waitForExit(std::chrono::seconds(3))) {
         kill(-child, SIGKILL);
         kill(child, SIGKILL);
