@@ -97,6 +97,13 @@ void AppSession::focusReceiverAfterPairing() {
             "could not focus the receiver");
 }
 
+void AppSession::restartApplication(const std::vector<std::string>& arguments) {
+    app_.reset();
+    std::vector<std::string> command{KEYFERRY_E2E_APP};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    app_ = std::make_unique<ChildProcess>(command);
+}
+
 std::string AppSession::received() const {
     std::ifstream file(receivedFile(), std::ios::binary);
     std::ostringstream text;

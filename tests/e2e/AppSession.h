@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace keyferry::service {
 
@@ -25,6 +26,9 @@ public:
     std::string requestPairingCode();
     // Waits until the pairing-code window closed (a phone paired), then gives the receiver the focus.
     void focusReceiverAfterPairing();
+    // Ends the application and starts it again with these arguments (e.g. "--background", as at login).
+    void restartApplication(const std::vector<std::string>& arguments);
+    pid_t applicationPid() const { return app_->pid(); }
     std::string received() const;
     // The file the receiving window appends every character it is typed to.
     std::filesystem::path receivedFile() const { return folder_ / "received.txt"; }
