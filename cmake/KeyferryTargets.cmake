@@ -26,3 +26,17 @@ function(keyferry_test target label)
     gtest_discover_tests(${target} PROPERTIES LABELS ${label} TIMEOUT ${ARG_TIMEOUT} ${ARG_PROPERTIES}
                          DISCOVERY_TIMEOUT 60)
 endfunction()
+
+# Fails the build of `target` when one of the given sources includes a toolkit, platform or network library
+# header; checked on every build that touches them.
+function(keyferry_check_portable target)
+    set(stamp ${CMAKE_CURRENT_BINARY_DIR}/${target}-portability.stamp)
+    add_custom_command(
+        OUTPUT ${stamp}
+        COMMAND ${CMAKE_COMMAND} "-DSOURCES=${ARGN}" -DSTAMP=${stamp} -P ${PROJECT_SOURCE_DIR}/cmake/CheckCorePortability.cmake
+        DEPENDS ${ARGN} ${PROJECT_SOURCE_DIR}/cmake/CheckCorePortability.cmake
+        COMMENT "Checking that ${target} stays portable"
+        VERBATIM)
+    add_custom_target(${target}_portability DEPENDS ${stamp})
+    add_dependencies(${target} ${target}_portability)
+endfunction()

@@ -24,6 +24,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace keyferry {
@@ -125,10 +126,12 @@ private:
 
     // Request layer. Completions of perform() and fetchPairStatus() run on the HTTP client's thread;
     // onQueue() wraps a handler so that it runs on the service's queue instead.
-    std::string urlFor(const std::string& path) const;
-    HttpRequest request(const std::string& path, const std::string& method) const;
+    std::string urlFor(std::string_view path) const;
+    HttpRequest request(std::string_view path, const std::string& method) const;
     static std::optional<std::string> jsonBody(const nlohmann::json& body);
-    HttpRequest authorizedRequest(const std::string& path, const std::string& method,
+    // The value of the "Authorization" header that carries `token`.
+    static std::string bearer(const std::string& token);
+    HttpRequest authorizedRequest(std::string_view path, const std::string& method,
                                   const std::optional<nlohmann::json>& body);
     template <typename Record>
     void perform(HttpRequest request, std::function<void(RequestResult<Record>)> completion);
@@ -157,9 +160,7 @@ private:
     void removePhoneNow(const std::string& pairingId);
     void dispatchPhones(std::vector<PairedPhone> phones);
 
-    // The close code of every socket this computer closes ("going away"), and where each back-off series
-    // of reconnections starts.
-    static constexpr int goingAway = 1001;
+    // Where each back-off series of reconnections starts.
     static constexpr double initialReconnectDelay = 1.0;
 
     CompanionStore store;

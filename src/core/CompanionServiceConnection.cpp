@@ -1,5 +1,6 @@
 #include "CompanionService.h"
 
+#include "CloseCodes.h"
 #include "PlatformWords.h"
 
 #include <algorithm>
@@ -16,7 +17,7 @@ constexpr double largestReconnectDelay = 15.0;
 bool meansPairingGone(const RequestResult<PairStatusResponse>& answer) {
     if (const auto* response = std::get_if<PairStatusResponse>(&answer)) {
         // Only "status" decides; the "paired" flag is deliberately not consulted.
-        return response->status == "revoked" || response->status == "expired";
+        return response->status == PairingStatus::revoked || response->status == PairingStatus::expired;
     }
     return isHttpStatus(std::get<RequestError>(answer), 401);
 }
@@ -128,7 +129,7 @@ void CompanionService::cancelConnection() {
     reconnectWorkItem.reset();
     stopHeartbeat();
     if (socket) {
-        socket->cancel(goingAway);
+        socket->cancel(CloseCodes::goingAway);
     }
     socket.reset();
     reconnectDelay = initialReconnectDelay;

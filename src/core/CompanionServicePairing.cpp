@@ -1,5 +1,6 @@
 #include "CompanionService.h"
 
+#include "ApiPaths.h"
 #include "PlatformWords.h"
 
 #include <nlohmann/json.hpp>
@@ -36,15 +37,15 @@ void CompanionService::requestPairingCodeNow() {
     const bool wasPaired = store.isPaired();
     HttpRequest codeRequest;
     if (wasPaired) {
-        codeRequest = authorizedRequest("v1/computers/pair/code", "POST", std::nullopt);
+        codeRequest = authorizedRequest(ApiPaths::pairCode, "POST", std::nullopt);
     } else {
         cancelConnection();
         // Whatever an earlier, unfinished pairing left behind is dropped.
         store.clearPairing();
         setState(CompanionConnectionState::creatingCode);
-        codeRequest = request("v1/computers/pair/start", "POST");
+        codeRequest = request(ApiPaths::pairStart, "POST");
         codeRequest.headers.emplace_back("Content-Type", "application/json");
-        codeRequest.body = jsonBody({{"name", computerName}, {"platform", platformName}});
+        codeRequest.body = jsonBody(PairStartRequest{computerName, platformName}.toJson());
     }
     perform<PairingResponse>(std::move(codeRequest),
                              onQueue<PairingResponse>([wasPaired](CompanionService& service,
@@ -136,12 +137,12 @@ void CompanionService::handleInitialPairingStatus(const RequestResult<PairStatus
         return;
     }
     const auto& status = std::get<PairStatusResponse>(result).status;
-    if (status == "active") {
+    if (status == PairingStatus::active) {
         store.setPaired(true);
         refreshPhonesNow(false);
         notify(&CompanionService::onPairingCompleted);
         connectIfPermitted();
-    } else if (status == "expired" || status == "revoked") {
+    } else if (status == PairingStatus::expired || status == PairingStatus::revoked) {
         // A revoked pairing is told with the same words as an expired code.
         failPairing(codeExpiredText);
     } else {

@@ -1,5 +1,6 @@
 #include "CompanionService.h"
 
+#include "ApiPaths.h"
 #include "PlatformWords.h"
 
 #include <nlohmann/json.hpp>
@@ -15,7 +16,7 @@ void CompanionService::refreshPhonesNow(bool reportErrors) {
         return;
     }
     perform<PairedPhonesResponse>(
-        authorizedRequest("v1/computers/phones", "GET", std::nullopt),
+        authorizedRequest(ApiPaths::computerPhones, "GET", std::nullopt),
         onQueue<PairedPhonesResponse>(
             [reportErrors](CompanionService& service, RequestResult<PairedPhonesResponse> result) {
                 service.handlePhonesReply(result, reportErrors);
@@ -44,7 +45,7 @@ void CompanionService::removePhoneNow(const std::string& pairingId) {
         return;
     }
     perform<RemovePhoneResponse>(
-        authorizedRequest("v1/computers/phones/remove", "POST", nlohmann::json{{"pairingId", pairingId}}),
+        authorizedRequest(ApiPaths::removePhone, "POST", RemovePhoneRequest{pairingId}.toJson()),
         onQueue<RemovePhoneResponse>([](CompanionService& service, RequestResult<RemovePhoneResponse> result) {
             // "removed" is not looked at: the reload shows whether the phone is gone. No status is special here.
             if (const auto* error = std::get_if<RequestError>(&result)) {

@@ -1,6 +1,8 @@
 #include "CompanionService.h"
 
-#include "Utf16.h"
+#include "ApiPaths.h"
+#include "JsonWriter.h"
+#include "Utf8.h"
 
 #include <nlohmann/json.hpp>
 
@@ -42,18 +44,21 @@ RequestResult<Record> outcomeToResult(HttpOutcome outcome) {
 
 } // namespace
 
-std::string CompanionService::urlFor(const std::string& path) const {
+std::string CompanionService::bearer(const std::string& token) { return std::string(ApiPaths::bearerScheme) + token; }
+
+std::string CompanionService::urlFor(std::string_view path) const {
     // The path joins the base's own path with one slash, whether or not the base ends with one; a query or
     // fragment of the base stays at the end.
+    path.remove_prefix(path.starts_with('/') ? 1 : 0);
     const auto suffixStart = std::min(baseURL.find_first_of("?#"), baseURL.size());
     auto joined = baseURL.substr(0, suffixStart);
     if (joined.empty() || joined.back() != '/') {
         joined += '/';
     }
-    return joined + path + baseURL.substr(suffixStart);
+    return joined.append(path) + baseURL.substr(suffixStart);
 }
 
-HttpRequest CompanionService::request(const std::string& path, const std::string& method) const {
+HttpRequest CompanionService::request(std::string_view path, const std::string& method) const {
     HttpRequest request;
     request.method = method;
     request.url = urlFor(path);
@@ -64,12 +69,12 @@ HttpRequest CompanionService::request(const std::string& path, const std::string
     return request;
 }
 
-HttpRequest CompanionService::authorizedRequest(const std::string& path, const std::string& method,
+HttpRequest CompanionService::authorizedRequest(std::string_view path, const std::string& method,
                                                 const std::optional<nlohmann::json>& body) {
     assertOnQueue();
     auto built = request(path, method);
     // No token still sends "Bearer ": the service's 401 is what tells the user the credential is gone.
-    built.headers.emplace_back("Authorization", "Bearer " + store.computerToken());
+    built.headers.emplace_back("Authorization", bearer(store.computerToken()));
     if (body) {
         built.headers.emplace_back("Content-Type", "application/json");
         built.body = jsonBody(*body);
@@ -79,11 +84,8 @@ HttpRequest CompanionService::authorizedRequest(const std::string& path, const s
 
 // Compact JSON; a body that cannot be written (text that is not UTF-8) is left out and the request still goes.
 std::optional<std::string> CompanionService::jsonBody(const nlohmann::json& body) {
-    try {
-        return body.dump();
-    } catch (const nlohmann::json::exception&) {
-        return std::nullopt;
-    }
+    auto text = JsonWriter::compact(body);
+    return text.empty() ? std::nullopt : std::optional(std::move(text));
 }
 
 template <typename Record>
@@ -95,8 +97,8 @@ void CompanionService::perform(HttpRequest request, std::function<void(RequestRe
 
 void CompanionService::fetchPairStatus(const std::string& token,
                                        std::function<void(RequestResult<PairStatusResponse>)> completion) {
-    auto statusRequest = request("v1/computers/pair/status", "GET");
-    statusRequest.headers.emplace_back("Authorization", "Bearer " + token);
+    auto statusRequest = request(ApiPaths::pairStatus, "GET");
+    statusRequest.headers.emplace_back("Authorization", bearer(token));
     perform<PairStatusResponse>(std::move(statusRequest), std::move(completion));
 }
 

@@ -1,5 +1,8 @@
 #include "CompanionService.h"
 
+#include "ApiPaths.h"
+#include "CloseCodes.h"
+
 #include <utility>
 
 namespace keyferry {
@@ -7,7 +10,6 @@ namespace keyferry {
 namespace {
 
 constexpr double socketRequestTimeout = 60.0;
-constexpr const char* socketPath = "/v1/computers/connect";
 
 } // namespace
 
@@ -43,7 +45,7 @@ void CompanionService::connect() {
     }
     WebSocketRequest request;
     request.url = *url;
-    request.headers.emplace_back("Authorization", "Bearer " + token);
+    request.headers.emplace_back("Authorization", bearer(token));
     request.timeout = socketRequestTimeout;
     socket = webSockets.makeTask(request);
     const Task task = socket;
@@ -74,7 +76,7 @@ std::optional<std::string> CompanionService::socketURL() const {
             rest = baseURL.substr(queryStart);
         }
     }
-    return "wss://" + authority + socketPath + rest;
+    return "wss://" + authority + std::string(ApiPaths::connect) + rest;
 }
 
 void CompanionService::receiveNext(const Task& task) {
@@ -113,13 +115,13 @@ void CompanionService::handle(const WebSocketMessage& message, const Task& task)
     if (!decoded) {
         return;
     }
-    if (decoded->type == "connected") {
+    if (decoded->type == MessageType::connected) {
         reconnectDelay = initialReconnectDelay;
         setState(CompanionConnectionState::connected);
         refreshPhonesNow(false);
-    } else if (decoded->type == "phones_changed") {
+    } else if (decoded->type == MessageType::phonesChanged) {
         refreshPhonesNow(false);
-    } else if (decoded->type == "insert_text") {
+    } else if (decoded->type == MessageType::insertText) {
         handleInsertText(*decoded, task);
     }
 }
@@ -141,7 +143,7 @@ void CompanionService::handleInsertText(const ServerMessage& message, const Task
         return;
     }
     // Not acknowledged, so that the service delivers the text again once typing works.
-    task->cancel(goingAway);
+    task->cancel(CloseCodes::goingAway);
     socket.reset();
     stopHeartbeat();
     setState(CompanionConnectionState::permissionRequired);

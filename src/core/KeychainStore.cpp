@@ -1,6 +1,6 @@
 #include "KeychainStore.h"
 
-#include "Utf16.h"
+#include "Utf8.h"
 
 #include <utility>
 

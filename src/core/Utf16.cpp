@@ -1,61 +1,12 @@
 #include "Utf16.h"
 
-#include <cstdint>
+#include "Utf8.h"
 
 namespace keyferry {
 
 namespace {
 
 constexpr char32_t replacementCharacter = 0xFFFD;
-
-struct Decoded {
-    char32_t codePoint;
-    std::size_t length; // bytes consumed; at least 1
-    bool wellFormed = true;
-};
-
-bool isContinuation(unsigned char byte) { return (byte & 0xC0) == 0x80; }
-
-// Decodes the sequence starting at `position`; an ill-formed one yields U+FFFD and consumes its maximal
-// ill-formed prefix (at least one byte).
-Decoded decodeOne(std::string_view bytes, std::size_t position) {
-    const auto lead = static_cast<unsigned char>(bytes[position]);
-    if (lead < 0x80) {
-        return {lead, 1};
-    }
-    std::size_t length = 0;
-    char32_t codePoint = 0;
-    unsigned char lowest = 0x80; // allowed range of the second byte, which rules out overlongs and surrogates
-    unsigned char highest = 0xBF;
-    if (lead >= 0xC2 && lead <= 0xDF) {
-        length = 2;
-        codePoint = lead & 0x1F;
-    } else if (lead >= 0xE0 && lead <= 0xEF) {
-        length = 3;
-        codePoint = lead & 0x0F;
-        lowest = lead == 0xE0 ? 0xA0 : 0x80;
-        highest = lead == 0xED ? 0x9F : 0xBF;
-    } else if (lead >= 0xF0 && lead <= 0xF4) {
-        length = 4;
-        codePoint = lead & 0x07;
-        lowest = lead == 0xF0 ? 0x90 : 0x80;
-        highest = lead == 0xF4 ? 0x8F : 0xBF;
-    } else {
-        return {replacementCharacter, 1, false};
-    }
-    for (std::size_t index = 1; index < length; ++index) {
-        if (position + index >= bytes.size()) {
-            return {replacementCharacter, index, false};
-        }
-        const auto byte = static_cast<unsigned char>(bytes[position + index]);
-        const bool inRange = index == 1 ? (byte >= lowest && byte <= highest) : isContinuation(byte);
-        if (!inRange) {
-            return {replacementCharacter, index, false};
-        }
-        codePoint = (codePoint << 6) | (byte & 0x3F);
-    }
-    return {codePoint, length};
-}
 
 void appendUtf16(std::u16string& out, char32_t codePoint) {
     if (codePoint < 0x10000) {
@@ -93,9 +44,9 @@ std::u16string utf16FromUtf8(std::string_view utf8) {
     std::u16string out;
     out.reserve(utf8.size());
     for (std::size_t position = 0; position < utf8.size();) {
-        const Decoded decoded = decodeOne(utf8, position);
-        appendUtf16(out, decoded.codePoint);
-        position += decoded.length;
+        const Utf8Sequence sequence = readUtf8Sequence(utf8, position);
+        appendUtf16(out, sequence.codePoint);
+        position += sequence.length;
     }
     return out;
 }
@@ -126,17 +77,6 @@ std::string utf8FromUtf16(std::u16string_view utf16) {
         appendUtf8(out, character);
     }
     return out;
-}
-
-bool isValidUtf8(std::string_view bytes) {
-    for (std::size_t position = 0; position < bytes.size();) {
-        const Decoded decoded = decodeOne(bytes, position);
-        if (!decoded.wellFormed) {
-            return false;
-        }
-        position += decoded.length;
-    }
-    return true;
 }
 
 } // namespace keyferry

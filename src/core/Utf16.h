@@ -20,9 +20,6 @@ std::string utf8FromUtf16(std::u16string_view utf16);
 // UTF-16 to code points: an unpaired surrogate becomes U+FFFD.
 std::u32string codePointsFromUtf16(std::u16string_view utf16);
 
-// True when the bytes are well-formed UTF-8.
-bool isValidUtf8(std::string_view bytes);
-
 // True for the first half of a surrogate pair.
 inline bool isHighSurrogate(char16_t unit) { return (unit & 0xFC00) == 0xD800; }
 

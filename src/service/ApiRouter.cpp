@@ -1,5 +1,8 @@
 #include "ApiRouter.h"
 
+#include "ApiPaths.h"
+#include "ApiRecords.h"
+#include "JsonReader.h"
 #include "ServiceLog.h"
 #include "WebAssets.h"
 
@@ -9,35 +12,36 @@ namespace keyferry::service {
 namespace {
 
 namespace http = boost::beast::http;
-using nlohmann::json;
-
+// Which side's calls a path belongs to.
 constexpr std::string_view computerPrefix = "/v1/computers/";
 constexpr std::string_view phonePrefix = "/v1/phones/";
 
-// The request's body as a JSON object, or nothing when it is not one.
-std::optional<json> bodyObject(const ApiRouter::Request& request) {
-    json body = json::parse(request.body(), nullptr, false);
-    if (body.is_discarded() || !body.is_object()) {
-        return std::nullopt;
-    }
-    return body;
+// A phone's pairing request; "platform" and "appVersion" may be left out.
+struct PhonePairRequest {
+    std::string code;
+    std::string name;
+    std::string platform;
+    std::string appVersion;
+};
+
+std::optional<PhonePairRequest> phonePairRequest(std::string_view body) {
+    return JsonReader::decodeObject<PhonePairRequest>(body, [](JsonReader& reader) {
+        return PhonePairRequest{.code = reader.requiredString("code"),
+                                .name = reader.requiredString("name"),
+                                .platform = reader.optionalString("platform").value_or("web"),
+                                .appVersion = reader.optionalString("appVersion").value_or("")};
+    });
 }
 
-// A string member; absent members read as `fallback`, members of another type as nothing.
-std::optional<std::string> stringField(const json& body, const char* key, std::optional<std::string> fallback = {}) {
-    const auto found = body.find(key);
-    if (found == body.end() || found->is_null()) {
-        return fallback;
-    }
-    return found->is_string() ? std::optional<std::string>(found->get<std::string>()) : std::nullopt;
+std::optional<std::string> sentText(std::string_view body) {
+    return JsonReader::decodeObject<std::string>(body, [](JsonReader& reader) { return reader.requiredString("text"); });
 }
 
 // The requests that carry a JSON body. Each must say so: a web page of another origin may send
 // text/plain without asking the browser's permission, but not application/json.
 bool takesJsonBody(const ApiRouter::Request& request, std::string_view path) {
-    return request.method() == http::verb::post &&
-           (path == "/v1/computers/pair/start" || path == "/v1/computers/phones/remove" ||
-            path == "/v1/phones/pair" || path == "/v1/phones/texts");
+    return request.method() == http::verb::post && (path == ApiPaths::pairStart || path == ApiPaths::removePhone ||
+                                                     path == ApiPaths::phonePair || path == ApiPaths::phoneTexts);
 }
 
 // Whether the request declares "application/json" (parameters such as charset allowed).
@@ -84,7 +88,7 @@ ApiRouter::ApiRouter(ServiceCore& core, std::string authorityPem)
 ApiRouter::Response ApiRouter::handle(const Request& request, const std::string& clientAddress) {
     const std::string_view target = request.target();
     const std::string_view path = target.substr(0, target.find('?'));
-    if (!path.starts_with("/v1/")) {
+    if (!path.starts_with(ApiPaths::versionPrefix)) {
         return staticFile(request, path);
     }
     try {
@@ -98,7 +102,7 @@ ApiRouter::Response ApiRouter::handle(const Request& request, const std::string&
 
 std::string ApiRouter::bearerToken(const Request& request) {
     const std::string_view value = request[http::field::authorization];
-    constexpr std::string_view scheme = "Bearer ";
+    constexpr std::string_view scheme = ApiPaths::bearerScheme;
     if (value.size() <= scheme.size() || !boost::beast::iequals(value.substr(0, scheme.size()), scheme)) {
         return {};
     }
@@ -122,10 +126,10 @@ ApiReply ApiRouter::route(const Request& request, const std::string& clientAddre
         return ApiReply::error(415, "The body must be JSON sent with \"Content-Type: application/json\".");
     }
     if (path.starts_with(computerPrefix)) {
-        return routeComputer(request, path.substr(computerPrefix.size()), clientAddress);
+        return routeComputer(request, path, clientAddress);
     }
     if (path.starts_with(phonePrefix)) {
-        return routePhone(request, path.substr(phonePrefix.size()), clientAddress);
+        return routePhone(request, path, clientAddress);
     }
     return notFound();
 }
@@ -134,42 +138,39 @@ ApiReply ApiRouter::routeComputer(const Request& request, std::string_view path,
     const bool isPost = request.method() == http::verb::post;
     const bool isGet = request.method() == http::verb::get;
     const std::string token = bearerToken(request);
-    if (path == "pair/start") {
+    if (path == ApiPaths::pairStart) {
         if (!isPost) {
             return methodNotAllowed();
         }
-        const auto body = bodyObject(request);
-        const auto name = body ? stringField(*body, "name") : std::nullopt;
-        const auto platform = body ? stringField(*body, "platform") : std::nullopt;
-        if (!name || !platform) {
+        const auto body = PairStartRequest::decode(request.body());
+        if (!body) {
             return badBody("a JSON object with the strings \"name\" and \"platform\"");
         }
-        return core_.startPairing(*name, *platform, clientAddress);
+        return core_.startPairing(body->name, body->platform, clientAddress);
     }
-    if (path == "pair/code") {
+    if (path == ApiPaths::pairCode) {
         return isPost ? core_.newPairCode(token) : methodNotAllowed();
     }
-    if (path == "pair/status") {
+    if (path == ApiPaths::pairStatus) {
         return isGet ? core_.pairStatus(token) : methodNotAllowed();
     }
-    if (path == "phones") {
+    if (path == ApiPaths::computerPhones) {
         return isGet ? core_.computerPhones(token) : methodNotAllowed();
     }
-    if (path == "phones/remove") {
+    if (path == ApiPaths::removePhone) {
         if (!isPost) {
             return methodNotAllowed();
         }
         if (!core_.authenticateComputer(token)) {
             return core_.removePhone(token, {});
         }
-        const auto body = bodyObject(request);
-        const auto pairingId = body ? stringField(*body, "pairingId") : std::nullopt;
-        if (!pairingId) {
+        const auto body = RemovePhoneRequest::decode(request.body());
+        if (!body) {
             return badBody("a JSON object with the string \"pairingId\"");
         }
-        return core_.removePhone(token, *pairingId);
+        return core_.removePhone(token, body->pairingId);
     }
-    if (path == "connect") {
+    if (path == ApiPaths::connect) {
         return core_.authenticateComputer(token) ? ApiReply::error(426, "This address takes a WebSocket upgrade.")
                                                  : ApiReply::error(401, "The credential is not valid.");
     }
@@ -180,43 +181,38 @@ ApiReply ApiRouter::routePhone(const Request& request, std::string_view path, co
     const bool isPost = request.method() == http::verb::post;
     const bool isGet = request.method() == http::verb::get;
     const std::string token = bearerToken(request);
-    if (path == "pair") {
+    if (path == ApiPaths::phonePair) {
         if (!isPost) {
             return methodNotAllowed();
         }
-        const auto body = bodyObject(request);
-        const auto code = body ? stringField(*body, "code") : std::nullopt;
-        const auto name = body ? stringField(*body, "name") : std::nullopt;
-        const auto platform = body ? stringField(*body, "platform", "web") : std::nullopt;
-        const auto appVersion = body ? stringField(*body, "appVersion", "") : std::nullopt;
-        if (!code || !name || !platform || !appVersion) {
+        const auto body = phonePairRequest(request.body());
+        if (!body) {
             return badBody("a JSON object with the strings \"code\" and \"name\" (and optionally \"platform\" and "
                            "\"appVersion\")");
         }
-        return core_.pairPhone(*code, *name, *platform, *appVersion, clientAddress);
+        return core_.pairPhone(body->code, body->name, body->platform, body->appVersion, clientAddress);
     }
-    if (path == "me") {
+    if (path == ApiPaths::phoneInfo) {
         return isGet ? core_.phoneInfo(token) : methodNotAllowed();
     }
-    if (path == "texts") {
+    if (path == ApiPaths::phoneTexts) {
         if (isGet) {
             return core_.phoneTexts(token);
         }
         if (!isPost) {
             return methodNotAllowed();
         }
-        const auto body = bodyObject(request);
-        const auto text = body ? stringField(*body, "text") : std::nullopt;
+        const auto text = sentText(request.body());
         if (!text) {
             ApiReply identity = core_.phoneInfo(token);
             return identity.status == 401 ? identity : badBody("a JSON object with the string \"text\"");
         }
         return core_.sendText(token, *text);
     }
-    if (path == "unpair") {
+    if (path == ApiPaths::phoneUnpair) {
         return isPost ? core_.unpairPhone(token) : methodNotAllowed();
     }
-    if (path == "computer/remove") {
+    if (path == ApiPaths::phoneRemoveComputer) {
         return isPost ? core_.removeComputer(token) : methodNotAllowed();
     }
     return notFound();

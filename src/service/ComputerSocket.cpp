@@ -1,11 +1,12 @@
 #include "ComputerSocket.h"
 
+#include "CloseCodes.h"
 #include "ComputerConnections.h"
 #include "ServiceCore.h"
+#include "SocketMessages.h"
 
 #include <boost/asio/steady_timer.hpp>
 #include <boost/beast/core/buffers_to_string.hpp>
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <chrono>
@@ -15,7 +16,6 @@ namespace {
 
 namespace beast = boost::beast;
 namespace websocket = beast::websocket;
-using nlohmann::json;
 
 constexpr std::size_t maxIncomingFrame = 16 * 1024;
 // What a pending read reserves. Acknowledgements fit; a longer frame simply arrives in several pieces.
@@ -24,13 +24,13 @@ constexpr std::size_t readPiece = 256;
 websocket::close_reason closeReasonOf(ComputerSocket::CloseReason reason) {
     switch (reason) {
     case ComputerSocket::CloseReason::replaced:
-        return {websocket::close_code{4000}, "replaced by a newer connection"};
+        return {websocket::close_code{CloseCodes::replaced}, "replaced by a newer connection"};
     case ComputerSocket::CloseReason::revoked:
-        return {websocket::close_code{4001}, "computer removed"};
+        return {websocket::close_code{CloseCodes::computerRemoved}, "computer removed"};
     case ComputerSocket::CloseReason::goingAway:
         break;
     }
-    return {websocket::close_code::going_away};
+    return {websocket::close_code{CloseCodes::goingAway}};
 }
 
 } // namespace
@@ -61,7 +61,7 @@ void ComputerSocket::onAccept(beast::error_code error) {
     }
     open_ = true;
     connections_.add(shared_from_this());
-    send({json{{"type", "connected"}}.dump(), {}});
+    send({ServerMessage::connected().encode(), {}});
     deliverNewTexts();
     readNext();
 }
@@ -82,12 +82,12 @@ void ComputerSocket::queueWaitingTexts() {
         core_.markDelivered(computerId_, text.id);
         lastSentSerial_ = text.serial;
         textsInFlight_.push_back(text.id);
-        outbox_.push_back({json{{"type", "insert_text"}, {"id", text.id}, {"text", text.text}}.dump(), std::move(text.id)});
+        outbox_.push_back({ServerMessage::insertText(text.id, std::move(text.text)).encode(), std::move(text.id)});
     }
 }
 
 void ComputerSocket::sendPhonesChanged() {
-    const std::string frame = json{{"type", "phones_changed"}}.dump();
+    const std::string frame = ServerMessage::phonesChanged().encode();
     // One waiting notice says it all; a peer that reads nothing does not pile them up.
     const bool alreadyWaiting =
         std::any_of(outbox_.begin(), outbox_.end(), [&](const Outgoing& outgoing) { return outgoing.frame == frame; });
@@ -145,13 +145,9 @@ void ComputerSocket::onRead(beast::error_code error) {
 }
 
 void ComputerSocket::handleFrame() {
-    const json frame = json::parse(beast::buffers_to_string(incoming_.data()), nullptr, false);
-    if (!frame.is_object() || frame.value("type", json()) != "ack") {
-        return;
-    }
-    const auto id = frame.find("id");
-    if (id != frame.end() && id->is_string()) {
-        acknowledged(id->get_ref<const std::string&>());
+    const auto reply = SocketReply::decode(beast::buffers_to_string(incoming_.data()));
+    if (reply && reply->type == MessageType::ack && reply->id) {
+        acknowledged(*reply->id);
     }
 }
 

@@ -1,5 +1,6 @@
 #include "HttpSession.h"
 
+#include "ApiPaths.h"
 #include "ClientAddress.h"
 #include "ComputerConnections.h"
 #include "ComputerSocket.h"
@@ -80,7 +81,7 @@ void HttpSession::onRead(beast::error_code error) {
 bool HttpSession::isComputerUpgrade() const {
     const auto& request = parser_->get();
     const std::string_view target = request.target();
-    return beast::websocket::is_upgrade(request) && target.substr(0, target.find('?')) == "/v1/computers/connect";
+    return beast::websocket::is_upgrade(request) && target.substr(0, target.find('?')) == ApiPaths::connect;
 }
 
 void HttpSession::upgradeComputer() {

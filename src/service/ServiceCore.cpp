@@ -1,6 +1,8 @@
 #include "ServiceCore.h"
 
+#include "ApiRecords.h"
 #include "ClientAddress.h"
+#include "NameCharacters.h"
 #include "Secrets.h"
 #include "Utf8.h"
 
@@ -24,19 +26,19 @@ bool isLive(const PairCodeRecord& code, std::int64_t now) {
 std::string statusText(const ComputerRecord& computer, const std::optional<PairCodeRecord>& latest, std::int64_t now) {
     switch (computer.status) {
     case ComputerStatus::revoked:
-        return "revoked";
+        return std::string(PairingStatus::revoked);
     case ComputerStatus::active:
-        return "active";
+        return std::string(PairingStatus::active);
     case ComputerStatus::pending:
         break;
     }
-    return latest && isLive(*latest, now) ? "pending" : "expired";
+    return std::string(latest && isLive(*latest, now) ? PairingStatus::pending : PairingStatus::expired);
 }
 
 // Whether a field is well-formed UTF-8 without control characters, with a length in [minimum, maximum].
 bool isValidField(std::string_view value, std::size_t minimum, std::size_t maximum) {
-    const auto length = Utf8::codePointCount(value);
-    return length && *length >= minimum && *length <= maximum && !Utf8::hasControlCharacter(value);
+    const auto length = utf8CodePointCount(value);
+    return length && *length >= minimum && *length <= maximum && !NameCharacters::hasControlCharacter(value);
 }
 
 constexpr std::size_t codeDigitCount = 9;
@@ -78,13 +80,8 @@ json textJson(const TextRecord& text) {
     return entry;
 }
 
-json phoneJson(const PhoneRecord& phone) {
-    return {{"id", phone.id},
-            {"name", phone.name},
-            {"platform", phone.platform},
-            {"appVersion", phone.appVersion},
-            {"createdAt", phone.createdAt},
-            {"lastSeenAt", phone.lastSeenAt}};
+PairedPhone pairedPhone(const PhoneRecord& phone) {
+    return {phone.id, phone.name, phone.platform, phone.appVersion, phone.createdAt, phone.lastSeenAt};
 }
 
 ApiReply tooMany(const std::string& message, std::int64_t retryAfterMs) {
@@ -142,18 +139,16 @@ ApiReply ServiceCore::issueCode(const ComputerRecord& computer, std::optional<st
         previous->withdrawn = true;
         storage_.updatePairCode(*previous);
     }
-    PairCodeRecord code{0, unusedCode(now), computer.id, now, now + codeLifetimeMs, std::nullopt, 0, false};
+    PairCodeRecord code{0, unusedCode(now), computer.id, now, now + codeLifetimeMs, std::nullopt, false};
     code.serial = storage_.insertPairCode(code);
 
-    json body{{"computerId", computer.id},
-              {"pairCode", shownCode(code.code)},
-              {"expiresAt", code.expiresAt},
-              {"status", statusText(computer, code, now)},
-              {"platform", computer.platform}};
-    if (computerToken) {
-        body["computerToken"] = *computerToken;
-    }
-    return ApiReply::ok(std::move(body));
+    return ApiReply::ok(PairingResponse{.computerId = computer.id,
+                                        .computerToken = std::move(computerToken),
+                                        .pairCode = shownCode(code.code),
+                                        .expiresAt = code.expiresAt,
+                                        .status = statusText(computer, code, now),
+                                        .platform = computer.platform}
+                            .toJson());
 }
 
 std::string ServiceCore::unusedCode(std::int64_t now) {
@@ -175,14 +170,17 @@ ApiReply ServiceCore::pairStatus(std::string_view computerToken) {
     const auto latest = storage_.latestPairCode(computer->id);
     const bool pending = latest && isLive(*latest, now);
     const bool expired = computer->status == ComputerStatus::revoked || (latest && !latest->usedAt && !pending);
-    return ApiReply::ok({{"computerId", computer->id},
-                         {"name", computer->name},
-                         {"status", statusText(*computer, latest, now)},
-                         {"paired", computer->status == ComputerStatus::active},
-                         {"expiresAt", latest ? latest->expiresAt : 0},
-                         {"pairedDeviceCount", storage_.phones(computer->id).size()},
-                         {"pairingPending", pending},
-                         {"pairingExpired", expired}});
+    return ApiReply::ok(PairStatusResponse{
+        .computerId = computer->id,
+        .name = computer->name,
+        .status = statusText(*computer, latest, now),
+        .paired = computer->status == ComputerStatus::active,
+        .expiresAt = latest ? latest->expiresAt : 0,
+        .pairedDeviceCount = static_cast<std::int64_t>(storage_.phones(computer->id).size()),
+        .pairingPending = pending,
+        .pairingExpired = expired,
+    }
+                            .toJson());
 }
 
 ApiReply ServiceCore::computerPhones(std::string_view computerToken) {
@@ -190,11 +188,11 @@ ApiReply ServiceCore::computerPhones(std::string_view computerToken) {
     if (!computer) {
         return unauthorized;
     }
-    json phones = json::array();
+    PairedPhonesResponse list;
     for (const PhoneRecord& phone : storage_.phones(computer->id)) {
-        phones.push_back(phoneJson(phone));
+        list.phones.push_back(pairedPhone(phone));
     }
-    return ApiReply::ok({{"phones", std::move(phones)}});
+    return ApiReply::ok(list.toJson());
 }
 
 ApiReply ServiceCore::removePhone(std::string_view computerToken, std::string_view pairingId) {
@@ -209,7 +207,7 @@ ApiReply ServiceCore::removePhone(std::string_view computerToken, std::string_vi
     if (removed) {
         notify(events_.phonesChanged, computer->id);
     }
-    return ApiReply::ok({{"removed", removed}});
+    return ApiReply::ok(RemovePhoneResponse{removed}.toJson());
 }
 
 std::optional<std::string> ServiceCore::authenticateComputer(std::string_view computerToken) {
@@ -303,7 +301,7 @@ ApiReply ServiceCore::sendText(std::string_view phoneToken, std::string_view tex
     if (!context) {
         return unauthorized;
     }
-    const auto length = Utf8::codePointCount(text);
+    const auto length = utf8CodePointCount(text);
     if (!length) {
         return ApiReply::error(400, "The text is not valid UTF-8.");
     }

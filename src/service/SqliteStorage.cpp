@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::string_view computerColumns = "id, name, platform, status, created_at";
 constexpr std::string_view codeColumns =
-    "serial, code, computer_id, created_at, expires_at, used_at, wrong_tries, withdrawn";
+    "serial, code, computer_id, created_at, expires_at, used_at, withdrawn";
 constexpr std::string_view phoneColumns = "id, computer_id, name, platform, app_version, created_at, last_seen_at";
 constexpr std::string_view textColumns =
     "serial, id, computer_id, phone_id, body, created_at, delivered_at, typed_at";
@@ -25,8 +25,8 @@ ComputerRecord readComputer(const SqliteStatement& row) {
 }
 
 PairCodeRecord readCode(const SqliteStatement& row) {
-    return {row.integer(0),         row.text(1),    row.text(2),          row.integer(3),
-            row.integer(4),         row.optionalInteger(5), static_cast<int>(row.integer(6)), row.integer(7) != 0};
+    return {row.integer(0), row.text(1),    row.text(2), row.integer(3), row.integer(4), row.optionalInteger(5),
+            row.integer(6) != 0};
 }
 
 PhoneRecord readPhone(const SqliteStatement& row) {
@@ -67,8 +67,8 @@ SqliteStorage::SqliteStorage(const std::string& path) {
     sqlite3_busy_timeout(database_, 5000);
     execute("PRAGMA journal_mode=WAL");
     execute("PRAGMA synchronous=FULL");
-    execute("PRAGMA foreign_keys=ON");
     createSchema();
+    dropRetiredColumns();
 }
 
 SqliteStorage::~SqliteStorage() { sqlite3_close(database_); }
@@ -80,7 +80,7 @@ void SqliteStorage::createSchema() {
             "name TEXT NOT NULL, platform TEXT NOT NULL, status INTEGER NOT NULL, created_at INTEGER NOT NULL)");
     execute("CREATE TABLE IF NOT EXISTS pair_codes (serial INTEGER PRIMARY KEY AUTOINCREMENT, code TEXT NOT NULL, "
             "computer_id TEXT NOT NULL, created_at INTEGER NOT NULL, expires_at INTEGER NOT NULL, used_at INTEGER, "
-            "wrong_tries INTEGER NOT NULL DEFAULT 0, withdrawn INTEGER NOT NULL DEFAULT 0)");
+            "withdrawn INTEGER NOT NULL DEFAULT 0)");
     execute("CREATE INDEX IF NOT EXISTS pair_codes_by_computer ON pair_codes (computer_id, serial)");
     execute("CREATE TABLE IF NOT EXISTS phones (id TEXT PRIMARY KEY, computer_id TEXT NOT NULL, "
             "token_hash TEXT NOT NULL UNIQUE, name TEXT NOT NULL, platform TEXT NOT NULL, "
@@ -92,6 +92,15 @@ void SqliteStorage::createSchema() {
     execute("CREATE INDEX IF NOT EXISTS texts_by_computer ON texts (computer_id, typed_at, serial)");
     execute("CREATE INDEX IF NOT EXISTS texts_by_phone ON texts (phone_id, serial)");
     execute("CREATE INDEX IF NOT EXISTS texts_by_age ON texts (created_at)");
+}
+
+// Databases written by earlier versions kept a count of wrong tries per code, which guessing limits per client
+// replaced; the column goes, so that such a database reads like a new one.
+void SqliteStorage::dropRetiredColumns() {
+    SqliteStatement retired(database_, "SELECT 1 FROM pragma_table_info('pair_codes') WHERE name = 'wrong_tries'");
+    if (retired.step()) {
+        execute("ALTER TABLE pair_codes DROP COLUMN wrong_tries");
+    }
 }
 
 void SqliteStorage::transaction(const std::function<void()>& work) {
@@ -168,13 +177,12 @@ void SqliteStorage::deleteAbandonedComputers(std::int64_t before) {
 
 std::int64_t SqliteStorage::insertPairCode(const PairCodeRecord& code) {
     SqliteStatement(database_, "INSERT INTO pair_codes (code, computer_id, created_at, expires_at, used_at, "
-                               "wrong_tries, withdrawn) VALUES (?, ?, ?, ?, ?, ?, ?)")
+                               "withdrawn) VALUES (?, ?, ?, ?, ?, ?)")
         .bind(code.code)
         .bind(code.computerId)
         .bind(code.createdAt)
         .bind(code.expiresAt)
         .bind(code.usedAt)
-        .bind(std::int64_t{code.wrongTries})
         .bind(std::int64_t{code.withdrawn ? 1 : 0})
         .run();
     return sqlite3_last_insert_rowid(database_);
@@ -196,9 +204,8 @@ std::vector<PairCodeRecord> SqliteStorage::livePairCodes(std::int64_t now) {
 }
 
 void SqliteStorage::updatePairCode(const PairCodeRecord& code) {
-    SqliteStatement(database_, "UPDATE pair_codes SET used_at = ?, wrong_tries = ?, withdrawn = ? WHERE serial = ?")
+    SqliteStatement(database_, "UPDATE pair_codes SET used_at = ?, withdrawn = ? WHERE serial = ?")
         .bind(code.usedAt)
-        .bind(std::int64_t{code.wrongTries})
         .bind(std::int64_t{code.withdrawn ? 1 : 0})
         .bind(code.serial)
         .run();

@@ -54,6 +54,7 @@ public:
 private:
     void execute(std::string_view sql);
     void createSchema();
+    void dropRetiredColumns();
 
     sqlite3* database_ = nullptr;
     int transactionDepth_ = 0;

@@ -24,8 +24,7 @@ struct PairCodeRecord {
     std::int64_t createdAt = 0;
     std::int64_t expiresAt = 0;
     std::optional<std::int64_t> usedAt;
-    int wrongTries = 0;
-    bool withdrawn = false; // superseded by a newer code or killed by wrong tries
+    bool withdrawn = false; // superseded by a newer code
 };
 
 struct PhoneRecord {

@@ -35,16 +35,6 @@ TEST(CodePointsFromUtf16, JoinsPairsAndReplacesLoneSurrogates) {
     EXPECT_EQ(codePointsFromUtf16(lone), U"\uFFFDb\uFFFD");
 }
 
-TEST(IsValidUtf8, AcceptsWellFormedTextOnly) {
-    EXPECT_TRUE(isValidUtf8(""));
-    EXPECT_TRUE(isValidUtf8("plain ascii"));
-    EXPECT_TRUE(isValidUtf8("é€\xF0\x9F\x98\x80\xEF\xBF\xBD"));
-    EXPECT_FALSE(isValidUtf8("\xC3"));
-    EXPECT_FALSE(isValidUtf8("\xC3\x28"));
-    EXPECT_FALSE(isValidUtf8("\xED\xA0\x80"));
-    EXPECT_FALSE(isValidUtf8("\xF8\x88\x80\x80\x80"));
-}
-
 TEST(Utf16RoundTrip, WellFormedTextSurvivesBothWays) {
     const std::string text = "Grüße, 世界! \xF0\x9F\x91\x8D\xF0\x9F\x8F\xBD \r\n\t";
     EXPECT_EQ(utf8FromUtf16(utf16FromUtf8(text)), text);

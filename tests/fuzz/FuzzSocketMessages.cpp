@@ -1,5 +1,6 @@
-// libFuzzer target: what the application decodes from the service: socket frames and API replies. Each
-// decoder must refuse bad input with "nothing", never crash, hang or read out of bounds.
+// libFuzzer target: what each side decodes from the other: socket frames and API replies in the application,
+// acknowledgements and request bodies in the service. Each decoder must refuse bad input with "nothing",
+// never crash, hang or read out of bounds.
 #include "ApiRecords.h"
 #include "SocketMessages.h"
 
@@ -17,5 +18,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     static_cast<void>(keyferry::PairStatusResponse::decode(json));
     static_cast<void>(keyferry::PairedPhonesResponse::decode(json));
     static_cast<void>(keyferry::RemovePhoneResponse::decode(json));
+    static_cast<void>(keyferry::SocketReply::decode(json));
+    static_cast<void>(keyferry::PairStartRequest::decode(json));
+    static_cast<void>(keyferry::RemovePhoneRequest::decode(json));
     return 0;
 }

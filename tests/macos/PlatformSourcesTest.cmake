@@ -71,7 +71,7 @@ foreach(platform macos linux)
     endforeach()
 endforeach()
 
-file(GLOB shared ${ROOT}/src/core/*.cpp ${ROOT}/src/core/*.h ${ROOT}/src/app/*.cpp ${ROOT}/src/app/*.h
+file(GLOB shared ${ROOT}/src/protocol/*.cpp ${ROOT}/src/protocol/*.h ${ROOT}/src/core/*.cpp ${ROOT}/src/core/*.h ${ROOT}/src/app/*.cpp ${ROOT}/src/app/*.h
                  ${ROOT}/src/platform/qt/*.cpp ${ROOT}/src/platform/qt/*.h)
 foreach(source IN LISTS shared)
     file(STRINGS ${source} lines REGEX "__APPLE__|__MACH__|__linux__|Q_OS_(MAC|MACOS|DARWIN|LINUX|UNIX)")

@@ -1,6 +1,8 @@
 // The service as the application and the phone page meet it: real TLS on 127.0.0.1, a temporary data
 // folder, and a manual clock so that code expiry needs no waiting.
+#include "ApiRecords.h"
 #include "ServiceCore.h"
+#include "SocketMessages.h"
 #include "WireTest.h"
 
 #include <gtest/gtest.h>
@@ -16,17 +18,49 @@ using namespace std::chrono_literals;
 
 class ServiceWireTest : public WireTest {};
 
+// The next frame of the computer's socket as the application decodes it; nothing when none comes or it does
+// not decode.
+std::optional<ServerMessage> nextMessage(WebSocketClient& socket) {
+    const auto frame = socket.read();
+    return frame ? ServerMessage::decode(frame->dump()) : std::nullopt;
+}
+
 TEST_F(ServiceWireTest, PairStartAnswersTheRecordTheApplicationDecodes) {
     const auto answer = client->post("/v1/computers/pair/start", "", json{{"name", "Desk"}, {"platform", "linux"}});
     ASSERT_EQ(answer.status, 200);
     EXPECT_EQ(answer.headers[boost::beast::http::field::content_type], "application/json");
-    EXPECT_TRUE(answer.json["computerId"].is_string());
-    EXPECT_TRUE(answer.json["computerToken"].is_string());
-    EXPECT_TRUE(answer.json["pairCode"].is_string());
-    EXPECT_TRUE(answer.json["expiresAt"].is_number_integer());
-    EXPECT_EQ(answer.json["expiresAt"], clock.nowMs() + ServiceCore::codeLifetimeMs);
-    EXPECT_EQ(answer.json["status"], "pending");
-    EXPECT_EQ(answer.json["platform"], "linux");
+    const auto record = PairingResponse::decode(answer.body);
+    ASSERT_TRUE(record) << answer.body;
+    EXPECT_FALSE(record->computerId.empty());
+    EXPECT_TRUE(record->computerToken && !record->computerToken->empty());
+    EXPECT_FALSE(record->pairCode.empty());
+    EXPECT_EQ(record->expiresAt, clock.nowMs() + ServiceCore::codeLifetimeMs);
+    EXPECT_EQ(record->status, "pending");
+    EXPECT_EQ(record->platform, "linux");
+}
+
+TEST_F(ServiceWireTest, SocketFramesAreTheOnesTheApplicationDecodes) {
+    const auto [computer, phone] = pairedComputer();
+    WebSocketClient socket(server->port(), server->authority());
+    ASSERT_EQ(socket.connect(computer.token), 101);
+    const auto hello = nextMessage(socket);
+    ASSERT_TRUE(hello);
+    EXPECT_EQ(hello->type, "connected");
+
+    const std::string id = sendText(phone, "Gr\u00fc\u00dfe \"1\"\n");
+    const auto insert = nextMessage(socket);
+    ASSERT_TRUE(insert);
+    EXPECT_EQ(insert->type, "insert_text");
+    EXPECT_EQ(insert->id, id);
+    EXPECT_EQ(insert->text, "Gr\u00fc\u00dfe \"1\"\n");
+    // The acknowledgement exactly as the application writes it.
+    socket.send(json::parse(SocketReply::ack(id).encode()));
+    EXPECT_TRUE(eventuallyState(phone, id, "typed"));
+
+    addPhone(computer, "iPhone");
+    const auto changed = nextMessage(socket);
+    ASSERT_TRUE(changed);
+    EXPECT_EQ(changed->type, "phones_changed");
 }
 
 TEST_F(ServiceWireTest, PairStartRefusesBadBodiesAndMethods) {

@@ -1,25 +1,11 @@
 #include "ApiRecords.h"
 
 #include "JsonReader.h"
+#include "JsonWriter.h"
 
 namespace keyferry {
 
 namespace {
-
-// Reads a record from a reply: nothing unless the reply is one JSON object whose members all fit.
-template <typename Record, typename ReadMembers>
-std::optional<Record> decodeObject(std::string_view json, ReadMembers readMembers) {
-    const auto object = JsonReader::parseObject(json);
-    if (!object) {
-        return std::nullopt;
-    }
-    JsonReader reader(*object);
-    Record record = readMembers(reader);
-    if (!reader.ok()) {
-        return std::nullopt;
-    }
-    return record;
-}
 
 PairedPhone readPhone(JsonReader& reader) {
     return PairedPhone{
@@ -34,8 +20,27 @@ PairedPhone readPhone(JsonReader& reader) {
 
 } // namespace
 
+std::optional<PairStartRequest> PairStartRequest::decode(std::string_view json) {
+    return JsonReader::decodeObject<PairStartRequest>(json, [](JsonReader& reader) {
+        return PairStartRequest{.name = reader.requiredString("name"), .platform = reader.requiredString("platform")};
+    });
+}
+
+nlohmann::json PairStartRequest::toJson() const {
+    return {{"name", name}, {"platform", platform}};
+}
+
+std::optional<RemovePhoneRequest> RemovePhoneRequest::decode(std::string_view json) {
+    return JsonReader::decodeObject<RemovePhoneRequest>(
+        json, [](JsonReader& reader) { return RemovePhoneRequest{.pairingId = reader.requiredString("pairingId")}; });
+}
+
+nlohmann::json RemovePhoneRequest::toJson() const {
+    return {{"pairingId", pairingId}};
+}
+
 std::optional<PairingResponse> PairingResponse::decode(std::string_view json) {
-    return decodeObject<PairingResponse>(json, [](JsonReader& reader) {
+    return JsonReader::decodeObject<PairingResponse>(json, [](JsonReader& reader) {
         return PairingResponse{
             .computerId = reader.requiredString("computerId"),
             .computerToken = reader.optionalString("computerToken"),
@@ -47,8 +52,16 @@ std::optional<PairingResponse> PairingResponse::decode(std::string_view json) {
     });
 }
 
+nlohmann::json PairingResponse::toJson() const {
+    nlohmann::json object{
+        {"computerId", computerId}, {"pairCode", pairCode}, {"expiresAt", expiresAt}, {"status", status}};
+    JsonWriter::setIfPresent(object, "computerToken", computerToken);
+    JsonWriter::setIfPresent(object, "platform", platform);
+    return object;
+}
+
 std::optional<PairStatusResponse> PairStatusResponse::decode(std::string_view json) {
-    return decodeObject<PairStatusResponse>(json, [](JsonReader& reader) {
+    return JsonReader::decodeObject<PairStatusResponse>(json, [](JsonReader& reader) {
         return PairStatusResponse{
             .computerId = reader.requiredString("computerId"),
             .name = reader.requiredString("name"),
@@ -62,8 +75,26 @@ std::optional<PairStatusResponse> PairStatusResponse::decode(std::string_view js
     });
 }
 
+nlohmann::json PairStatusResponse::toJson() const {
+    nlohmann::json object{
+        {"computerId", computerId}, {"name", name}, {"status", status}, {"paired", paired}, {"expiresAt", expiresAt}};
+    JsonWriter::setIfPresent(object, "pairedDeviceCount", pairedDeviceCount);
+    JsonWriter::setIfPresent(object, "pairingPending", pairingPending);
+    JsonWriter::setIfPresent(object, "pairingExpired", pairingExpired);
+    return object;
+}
+
+nlohmann::json PairedPhone::toJson() const {
+    return {{"id", id},
+            {"name", name},
+            {"platform", platform},
+            {"appVersion", appVersion},
+            {"createdAt", createdAt},
+            {"lastSeenAt", lastSeenAt}};
+}
+
 std::optional<PairedPhonesResponse> PairedPhonesResponse::decode(std::string_view json) {
-    return decodeObject<PairedPhonesResponse>(json, [](JsonReader& reader) {
+    return JsonReader::decodeObject<PairedPhonesResponse>(json, [](JsonReader& reader) {
         PairedPhonesResponse response;
         const auto* phoneArray = reader.requiredArray("phones");
         if (phoneArray == nullptr) {
@@ -82,9 +113,21 @@ std::optional<PairedPhonesResponse> PairedPhonesResponse::decode(std::string_vie
     });
 }
 
+nlohmann::json PairedPhonesResponse::toJson() const {
+    nlohmann::json list = nlohmann::json::array();
+    for (const PairedPhone& phone : phones) {
+        list.push_back(phone.toJson());
+    }
+    return {{"phones", std::move(list)}};
+}
+
 std::optional<RemovePhoneResponse> RemovePhoneResponse::decode(std::string_view json) {
-    return decodeObject<RemovePhoneResponse>(
+    return JsonReader::decodeObject<RemovePhoneResponse>(
         json, [](JsonReader& reader) { return RemovePhoneResponse{.removed = reader.requiredBoolean("removed")}; });
+}
+
+nlohmann::json RemovePhoneResponse::toJson() const {
+    return {{"removed", removed}};
 }
 
 } // namespace keyferry

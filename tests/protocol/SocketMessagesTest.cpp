@@ -46,7 +46,9 @@ TEST(ServerMessageDecoding, MissingTypeFails) {
     EXPECT_FALSE(ServerMessage::decode(R"({"id":"A","text":"T"})"));
 }
 
-TEST(ServerMessageDecoding, NullTypeFails) { EXPECT_FALSE(ServerMessage::decode(R"({"type":null})")); }
+TEST(ServerMessageDecoding, NullTypeFails) {
+    EXPECT_FALSE(ServerMessage::decode(R"({"type":null})"));
+}
 
 TEST(ServerMessageDecoding, NonStringTypeFails) {
     EXPECT_FALSE(ServerMessage::decode(R"({"type":1})"));

@@ -95,23 +95,23 @@ TEST(PairingResponseDecoding, ExpiresAtWrittenAsFloatFailsEvenWhenWhole) {
 }
 
 TEST(PairingResponseDecoding, ExpiresAtAtTheInt64LimitsDecodes) {
-    const auto highest = PairingResponse::decode(
-        R"({"computerId":"c","pairCode":"1","expiresAt":9223372036854775807,"status":"s"})");
+    const auto highest =
+        PairingResponse::decode(R"({"computerId":"c","pairCode":"1","expiresAt":9223372036854775807,"status":"s"})");
     ASSERT_TRUE(highest);
     EXPECT_EQ(highest->expiresAt, INT64_MAX);
-    const auto lowest = PairingResponse::decode(
-        R"({"computerId":"c","pairCode":"1","expiresAt":-9223372036854775808,"status":"s"})");
+    const auto lowest =
+        PairingResponse::decode(R"({"computerId":"c","pairCode":"1","expiresAt":-9223372036854775808,"status":"s"})");
     ASSERT_TRUE(lowest);
     EXPECT_EQ(lowest->expiresAt, INT64_MIN);
 }
 
 TEST(PairingResponseDecoding, ExpiresAtBeyondInt64Fails) {
-    EXPECT_FALSE(PairingResponse::decode(
-        R"({"computerId":"c","pairCode":"1","expiresAt":9223372036854775808,"status":"s"})"));
-    EXPECT_FALSE(PairingResponse::decode(
-        R"({"computerId":"c","pairCode":"1","expiresAt":18446744073709551616,"status":"s"})"));
-    EXPECT_FALSE(PairingResponse::decode(
-        R"({"computerId":"c","pairCode":"1","expiresAt":-9223372036854775809,"status":"s"})"));
+    EXPECT_FALSE(
+        PairingResponse::decode(R"({"computerId":"c","pairCode":"1","expiresAt":9223372036854775808,"status":"s"})"));
+    EXPECT_FALSE(
+        PairingResponse::decode(R"({"computerId":"c","pairCode":"1","expiresAt":18446744073709551616,"status":"s"})"));
+    EXPECT_FALSE(
+        PairingResponse::decode(R"({"computerId":"c","pairCode":"1","expiresAt":-9223372036854775809,"status":"s"})"));
     EXPECT_FALSE(PairingResponse::decode(
         R"({"computerId":"c","pairCode":"1","expiresAt":123456789012345678901234567890,"status":"s"})"));
 }
@@ -163,12 +163,14 @@ TEST(PairStatusResponseDecoding, WrongTypesFail) {
 }
 
 TEST(PairedPhonesResponseDecoding, PhonesInTheServicesOrder) {
-    const std::string json = std::string(R"({"phones":[)") + onePhone +
-                             R"(,{"id":"p2","name":"iPhone","platform":"ios","appVersion":"2.0","createdAt":-1,"lastSeenAt":0}]})";
+    const std::string json =
+        std::string(R"({"phones":[)") + onePhone +
+        R"(,{"id":"p2","name":"iPhone","platform":"ios","appVersion":"2.0","createdAt":-1,"lastSeenAt":0}]})";
     const auto response = PairedPhonesResponse::decode(json);
     ASSERT_TRUE(response);
     ASSERT_EQ(response->phones.size(), 2u);
-    EXPECT_EQ(response->phones[0], (PairedPhone{"p1", "Pixel", "android", "1.2.0", 1'700'000'000'000, 1'700'000'500'000}));
+    EXPECT_EQ(response->phones[0],
+              (PairedPhone{"p1", "Pixel", "android", "1.2.0", 1'700'000'000'000, 1'700'000'500'000}));
     EXPECT_EQ(response->phones[1], (PairedPhone{"p2", "iPhone", "ios", "2.0", -1, 0}));
 }
 
@@ -240,10 +242,10 @@ TEST(ApiRecordsDecoding, ExtraKeysAreIgnoredInEveryReply) {
 }
 
 TEST(ApiRecordsDecoding, ShapesThatAreNotOneObjectFailCleanly) {
-    for (const std::string json : {"", " ", "null", "true", "42", "\"text\"", "[]", R"([{"removed":true}])",
-                                   R"({"removed":true)", R"({"removed":tru})", R"({"removed":true}})",
-                                   R"({"removed":true} {"removed":true})", R"({'removed':true})",
-                                   R"({"removed":true,})"}) {
+    for (const std::string json :
+         {"", " ", "null", "true", "42", "\"text\"", "[]", R"([{"removed":true}])", R"({"removed":true)",
+          R"({"removed":tru})", R"({"removed":true}})", R"({"removed":true} {"removed":true})", R"({'removed':true})",
+          R"({"removed":true,})"}) {
         EXPECT_FALSE(RemovePhoneResponse::decode(json)) << json;
     }
 }
