@@ -4,7 +4,7 @@
 // receiver had the last one, and whether the text arrived exactly. Run by hand (with bench-desktop-typing);
 // never part of the test run's verdict.
 #include "HeadlessCompositor.h"
-#include "RecordedText.h"
+#include "ReceivedText.h"
 
 #include <chrono>
 #include <cstdio>
@@ -50,8 +50,8 @@ void typeInto(HeadlessCompositor& desktop, const std::string& tool, const std::s
     const auto start = std::chrono::system_clock::now();
     auto typing = desktop.run({tool, "--backend=" + backend}, {}, sample.text);
     const auto status = typing->waitForExit(300s);
-    const std::string got = recordedText(output, sample.text.size());
-    // recordedText waits a little after the last byte; what counts is when the last byte arrived.
+    const std::string got = receivedText(output, sample.text.size(), std::chrono::seconds(3));
+    // receivedText waits a little after the last byte; what counts is when the last byte arrived.
     const auto arrived = std::filesystem::last_write_time(output);
     const double seconds = std::chrono::duration<double>(std::chrono::file_clock::to_sys(arrived) - start).count();
     std::printf("%-6s %-26s %5zu chars  %7.1f chars/s  %s (exit %d, %zu of %zu bytes)\n", backend.c_str(),

@@ -5,10 +5,11 @@
 // Run through the bench-footprint target, which provides the desktop. IDLE_SECONDS (default 60) is the
 // window over which CPU time is measured; --mappings also lists where each one's memory lies.
 #include "AppSession.h"
-#include "ChildProcess.h"
+#include "HelperProcess.h"
 #include "HttpsClient.h"
 #include "ProcessFootprint.h"
 #include "TempFolder.h"
+#include "Wait.h"
 
 #include <cstdio>
 #include <stdexcept>
@@ -20,7 +21,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using service::AppSession;
-using service::ChildProcess;
 using service::HttpsClient;
 using nlohmann::json;
 
@@ -48,7 +48,7 @@ std::string pairedComputerToken() {
 }
 
 void requireConnected(pid_t pid, const char* who) {
-    const bool connected = AppSession::eventually([pid] { return connectedTo(pid, KEYFERRY_E2E_PORT); }, 30s);
+    const bool connected = testing::waitUntil([pid] { return connectedTo(pid, KEYFERRY_E2E_PORT); }, 30s);
     if (!connected) {
         throw std::runtime_error(std::string(who) + " did not connect to the service");
     }
@@ -79,10 +79,10 @@ void printMappings(const char* who, pid_t pid) {
 }
 
 int run(int idleSeconds, bool withMappings) {
-    service::TempFolder folder;
+    TempFolder folder;
     AppSession session(folder.path());
     pairAndRestartInBackground(session);
-    ChildProcess bare({KEYFERRY_BARE_TRAY_PROGRAM, KEYFERRY_E2E_URL "/", KEYFERRY_E2E_CERTIFICATES "/ca.pem",
+    HelperProcess bare(std::vector<std::string>{KEYFERRY_BARE_TRAY_PROGRAM, KEYFERRY_E2E_URL "/", KEYFERRY_E2E_CERTIFICATES "/ca.pem",
                        pairedComputerToken()});
     const pid_t app = session.applicationPid();
     requireConnected(app, "the application");

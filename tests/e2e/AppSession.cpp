@@ -101,7 +101,7 @@ void AppSession::restartApplication(const std::vector<std::string>& arguments) {
     app_.reset();
     std::vector<std::string> command{KEYFERRY_E2E_APP};
     command.insert(command.end(), arguments.begin(), arguments.end());
-    app_ = std::make_unique<ChildProcess>(command);
+    app_ = std::make_unique<HelperProcess>(command);
 }
 
 std::string AppSession::received() const {

@@ -3,7 +3,7 @@
 // seat first, as a real desktop's keyboard would. Characters of the layout arrive as their keys, the others
 // through the Unicode entry.
 #include "HeadlessCompositor.h"
-#include "RecordedText.h"
+#include "ReceivedText.h"
 
 #include <gtest/gtest.h>
 
@@ -54,24 +54,24 @@ TEST_F(GnomeTypingTest, TextOfTheLayoutArrivesExactly) {
     const std::string text = "Hello, World! The quick brown fox jumps over the lazy dog.\n"
                              "0123456789 ~!@#$%^&*()_+`-=[]{}\\|;':\",./<>?\tEND\n";
     ASSERT_EQ(type(text), 0);
-    EXPECT_EQ(recordedText(output, text.size()), text);
+    EXPECT_EQ(receivedText(output, text.size(), std::chrono::seconds(3)), text);
 }
 
 TEST_F(GnomeTypingTest, CharactersOutsideTheLayoutArriveThroughTheUnicodeEntry) {
     const std::string text = "a\u4e2d b\u00e9 c\U0001F600 d\u0416\n";
     ASSERT_EQ(type(text), 0);
-    EXPECT_EQ(recordedText(output, text.size()), text);
+    EXPECT_EQ(receivedText(output, text.size(), std::chrono::seconds(3)), text);
 }
 
 TEST_F(GnomeTypingTest, ATextWithACharacterNoKeyTypesIsRefusedWholeAndNothingArrives) {
     EXPECT_EQ(type("typed? \x07 no"), 1);
     EXPECT_EQ(type("yes"), 0);
-    EXPECT_EQ(recordedText(output, 3), "yes");
+    EXPECT_EQ(receivedText(output, 3, std::chrono::seconds(3)), "yes");
 }
 
 TEST_F(GnomeTypingTest, TheChoiceForThisSessionIsGnomesRemoteDesktop) {
     ASSERT_EQ(type("chosen", {}), 0);
-    EXPECT_EQ(recordedText(output, 6), "chosen");
+    EXPECT_EQ(receivedText(output, 6, std::chrono::seconds(3)), "chosen");
 }
 
 } // namespace

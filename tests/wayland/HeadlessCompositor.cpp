@@ -1,6 +1,7 @@
 #include "HeadlessCompositor.h"
 
-#include "RecordedText.h"
+#include "ReceivedText.h"
+#include "Wait.h"
 
 #include <sys/stat.h>
 
@@ -8,7 +9,6 @@
 #include <fstream>
 #include <regex>
 #include <stdexcept>
-#include <thread>
 
 namespace keyferry {
 
@@ -73,12 +73,13 @@ std::string HeadlessCompositor::startScript(Kind kind, const std::vector<std::fi
 HeadlessCompositor::~HeadlessCompositor() {
     compositor.reset(); // SIGTERM to its process group (the bus included), SIGKILL after a time limit
     // The compositor may still be writing its last files as dbus-run-session ends: removed until gone.
-    const auto deadline = std::chrono::steady_clock::now() + 10s;
-    std::error_code ignored;
-    while (std::filesystem::remove_all(folder, ignored), std::filesystem::exists(folder, ignored) &&
-                                                             std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(50ms);
-    }
+    testing::waitUntil(
+        [this] {
+            std::error_code ignored;
+            std::filesystem::remove_all(folder, ignored);
+            return !std::filesystem::exists(folder, ignored);
+        },
+        10s);
 }
 
 std::unique_ptr<HelperProcess> HeadlessCompositor::run(const std::vector<std::string>& arguments,
@@ -108,17 +109,20 @@ std::unique_ptr<HelperProcess> HeadlessCompositor::run(const std::vector<std::st
 }
 
 void HeadlessCompositor::waitForSession(std::chrono::seconds limit) {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (std::chrono::steady_clock::now() < deadline) {
-        if (std::filesystem::exists(runtime / displayName) && !fileContents(file("bus")).empty()) {
-            busAddress = fileContents(file("bus"));
-            return;
-        }
-        if (compositor->waitForExit(100ms)) {
-            throw std::runtime_error("the compositor exited at start: " + log());
-        }
+    bool exited = false;
+    const bool ready = testing::waitUntil(
+        [&] {
+            exited = compositor->waitForExit(std::chrono::milliseconds(0)).has_value();
+            return exited || (std::filesystem::exists(runtime / displayName) && !fileContents(file("bus")).empty());
+        },
+        limit);
+    if (exited) {
+        throw std::runtime_error("the compositor exited at start: " + log());
     }
-    throw std::runtime_error("the compositor opened no socket in time: " + log());
+    if (!ready) {
+        throw std::runtime_error("the compositor opened no socket in time: " + log());
+    }
+    busAddress = fileContents(file("bus"));
 }
 
 std::string HeadlessCompositor::log() const { return fileContents(file("compositor.log")); }

@@ -4,7 +4,7 @@
 // Russian layout, the US one in effect unless a test switches: the two share no letter key, so without knowing
 // the layout in effect every text with a letter would be refused.
 #include "HeadlessCompositor.h"
-#include "RecordedText.h"
+#include "ReceivedText.h"
 
 #include <gtest/gtest.h>
 
@@ -54,19 +54,19 @@ TEST_F(KdeTypingTest, TextOfTheLayoutArrivesExactly) {
     const std::string text = "Hello, World! The quick brown fox jumps over the lazy dog.\n"
                              "0123456789 ~!@#$%^&*()_+`-=[]{}\\|;':\",./<>?\tEND\n";
     ASSERT_EQ(typeGranted(text), 0);
-    EXPECT_EQ(recordedText(output, text.size()), text);
+    EXPECT_EQ(receivedText(output, text.size(), std::chrono::seconds(3)), text);
 }
 
 TEST_F(KdeTypingTest, CharactersOutsideTheLayoutArriveThroughTheUnicodeEntry) {
     const std::string text = "a\u4e2d b\u00e9 c\U0001F600\n";
     ASSERT_EQ(typeGranted(text), 0);
-    EXPECT_EQ(recordedText(output, text.size()), text);
+    EXPECT_EQ(receivedText(output, text.size(), std::chrono::seconds(3)), text);
 }
 
 TEST_F(KdeTypingTest, AProgramWithoutTheDesktopEntryIsNotOfferedFakeInputAndTypesNothing) {
     EXPECT_EQ(type("nothing", KEYFERRY_TYPE_TOOL), 1);
     ASSERT_EQ(typeGranted("yes"), 0);
-    EXPECT_EQ(recordedText(output, 3), "yes");
+    EXPECT_EQ(receivedText(output, 3, std::chrono::seconds(3)), "yes");
 }
 
 TEST_F(KdeTypingTest, TheLayoutInEffectIsTheOneKdeSays) {
@@ -80,12 +80,12 @@ TEST_F(KdeTypingTest, TheLayoutInEffectIsTheOneKdeSays) {
     const int status = typeGranted(text);
     EXPECT_EQ(switchTo("0"), 0);
     ASSERT_EQ(status, 0);
-    EXPECT_EQ(recordedText(output, text.size()), text);
+    EXPECT_EQ(receivedText(output, text.size(), std::chrono::seconds(3)), text);
 }
 
 TEST_F(KdeTypingTest, TheChoiceForThisSessionIsKdesFakeInput) {
     ASSERT_EQ(type("chosen", kwin->file("keyferry-type").string(), {}), 0);
-    EXPECT_EQ(recordedText(output, 6), "chosen");
+    EXPECT_EQ(receivedText(output, 6, std::chrono::seconds(3)), "chosen");
 }
 
 } // namespace

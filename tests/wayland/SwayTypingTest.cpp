@@ -43,7 +43,7 @@ pid_t processWith(const std::string& needle) {
         if (name.find_first_not_of("0123456789") != std::string::npos) {
             continue;
         }
-        std::string command = contentsOf(entry.path() / "cmdline");
+        std::string command = fileContents(entry.path() / "cmdline");
         std::replace(command.begin(), command.end(), '\0', ' ');
         if (command.find(needle) != std::string::npos) {
             return std::stoi(name);
