@@ -104,7 +104,7 @@ std::optional<std::string> HelperProcess::readLine(std::chrono::milliseconds tim
             pending.erase(0, newline + 1);
             return line;
         }
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
         if (left.count() <= 0) {
             return std::nullopt;
         }

@@ -56,6 +56,15 @@ TEST(HelperProcess, ReadingGivesUpAfterItsTimeLimit) {
     EXPECT_EQ(program.waitForExit(0ms), std::nullopt);
 }
 
+TEST(HelperProcess, ReadingNeverGivesUpBeforeItsTimeLimit) {
+    HelperProcess program({"sleep", "30"});
+    for (int attempt = 0; attempt < 50; ++attempt) {
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_EQ(program.readLine(3ms), std::nullopt);
+        ASSERT_GE(std::chrono::steady_clock::now() - start, 3ms) << "attempt " << attempt;
+    }
+}
+
 TEST(HelperProcess, StoppingEndsTheProgramAndWhatItStarted) {
     HelperProcess program({"sh", "-c", "sleep 30 & echo $!; wait"});
     const auto grandchild = program.readLine(5s);

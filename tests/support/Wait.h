@@ -21,8 +21,7 @@ template <typename Condition, typename Pause = PollBriefly>
 bool waitUntil(Condition condition, std::chrono::milliseconds limit = std::chrono::seconds(10), Pause pause = {}) {
     const auto deadline = std::chrono::steady_clock::now() + limit;
     while (!condition()) {
-        const auto left =
-            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
         if (left.count() <= 0) {
             return condition();
         }

@@ -33,6 +33,15 @@ TEST(WaitUntil, GivesUpAfterItsLimit) {
     EXPECT_GT(checks, 2); // it polled, not slept the whole time
 }
 
+// A limit that is not a whole number of milliseconds away by the time of a check still counts in full.
+TEST(WaitUntil, NeverGivesUpBeforeItsLimitHowEverTheMillisecondsFall) {
+    for (int attempt = 0; attempt < 50; ++attempt) {
+        const auto start = Clock::now();
+        EXPECT_FALSE(testing::waitUntil([] { return false; }, 3ms));
+        ASSERT_GE(Clock::now() - start, 3ms) << "attempt " << attempt;
+    }
+}
+
 TEST(WaitUntil, PausesWithTheGivenPauseAndNeverPastTheDeadline) {
     std::vector<std::chrono::milliseconds> pauses;
     const auto recordAndSleep = [&pauses](std::chrono::milliseconds left) {
