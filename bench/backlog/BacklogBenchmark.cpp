@@ -79,8 +79,9 @@ std::unique_ptr<Socket> openSilentSocket(boost::asio::io_context& io, ssl::conte
     auto socket = std::make_unique<Socket>(io, tls);
     beast::get_lowest_layer(*socket).connect({boost::asio::ip::make_address("127.0.0.1"), port});
     socket->next_layer().handshake(ssl::stream_base::client);
-    socket->set_option(websocket::stream_base::decorator(
-        [token](websocket::request_type& request) { request.set(beast::http::field::authorization, "Bearer " + token); }));
+    socket->set_option(websocket::stream_base::decorator([token](websocket::request_type& request) {
+        request.set(beast::http::field::authorization, "Bearer " + token);
+    }));
     socket->handshake("localhost", "/v1/computers/connect");
     return socket;
 }
@@ -89,8 +90,9 @@ std::unique_ptr<Socket> openSilentSocket(boost::asio::io_context& io, ssl::conte
 
 int main() {
     TempFolder folder;
-    const auto now = std::chrono::duration_cast<std::chrono::milliseconds>(
-                         std::chrono::system_clock::now().time_since_epoch()).count();
+    const auto now =
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::system_clock::now().time_since_epoch())
+            .count();
     const std::string token = seedBacklog(folder.path(), now);
     ServiceProcess service(KEYFERRY_SERVICE_PROGRAM, folder.path());
     std::this_thread::sleep_for(std::chrono::milliseconds(500));

@@ -54,8 +54,8 @@ void typeInto(HeadlessCompositor& desktop, const std::string& tool, const std::s
     // receivedText waits a little after the last byte; what counts is when the last byte arrived.
     const auto arrived = std::filesystem::last_write_time(output);
     const double seconds = std::chrono::duration<double>(std::chrono::file_clock::to_sys(arrived) - start).count();
-    std::printf("%-6s %-26s %5zu chars  %7.1f chars/s  %s (exit %d, %zu of %zu bytes)\n", backend.c_str(),
-                sample.name, sample.characters, static_cast<double>(sample.characters) / seconds,
+    std::printf("%-6s %-26s %5zu chars  %7.1f chars/s  %s (exit %d, %zu of %zu bytes)\n", backend.c_str(), sample.name,
+                sample.characters, static_cast<double>(sample.characters) / seconds,
                 got == sample.text ? "exact" : "NOT exact", status.value_or(-1), got.size(), sample.text.size());
 }
 

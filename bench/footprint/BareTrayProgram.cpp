@@ -60,7 +60,8 @@ int main(int argc, char* argv[]) {
     tray.show();
 
     QNetworkAccessManager network;
-    QNetworkReply* reply = network.get(authorized(base.resolved(QUrl(QStringLiteral("v1/computers/phones"))), token, tls));
+    QNetworkReply* reply =
+        network.get(authorized(base.resolved(QUrl(QStringLiteral("v1/computers/phones"))), token, tls));
     QObject::connect(reply, &QNetworkReply::finished, reply, &QObject::deleteLater);
 
     QWebSocket socket;

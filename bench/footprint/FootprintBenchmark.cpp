@@ -20,13 +20,15 @@ namespace keyferry::bench {
 namespace {
 
 using namespace std::chrono_literals;
+using nlohmann::json;
 using service::AppSession;
 using service::HttpsClient;
-using nlohmann::json;
 
 constexpr auto settleTime = 15s;
 
-HttpsClient serviceClient() { return HttpsClient(KEYFERRY_E2E_PORT, KEYFERRY_E2E_CERTIFICATES "/ca.pem", KEYFERRY_E2E_HOST); }
+HttpsClient serviceClient() {
+    return HttpsClient(KEYFERRY_E2E_PORT, KEYFERRY_E2E_CERTIFICATES "/ca.pem", KEYFERRY_E2E_HOST);
+}
 
 // Pairs the application through its window as a person does, then starts it again as at login: tray only.
 void pairAndRestartInBackground(AppSession& session) {
@@ -82,8 +84,8 @@ int run(int idleSeconds, bool withMappings) {
     TempFolder folder;
     AppSession session(folder.path());
     pairAndRestartInBackground(session);
-    HelperProcess bare(std::vector<std::string>{KEYFERRY_BARE_TRAY_PROGRAM, KEYFERRY_E2E_URL "/", KEYFERRY_E2E_CERTIFICATES "/ca.pem",
-                       pairedComputerToken()});
+    HelperProcess bare(std::vector<std::string>{KEYFERRY_BARE_TRAY_PROGRAM, KEYFERRY_E2E_URL "/",
+                                                KEYFERRY_E2E_CERTIFICATES "/ca.pem", pairedComputerToken()});
     const pid_t app = session.applicationPid();
     requireConnected(app, "the application");
     if (bare.readLine(30s) != "connected") {
@@ -93,7 +95,8 @@ int run(int idleSeconds, bool withMappings) {
 
     const double appStart = cpuSecondsOf(app), bareStart = cpuSecondsOf(bare.pid());
     std::this_thread::sleep_for(std::chrono::seconds(idleSeconds));
-    const Figures keyferry{memoryOf(app), cpuSecondsOf(app) - appStart, threadsOf(app), connectedTo(app, KEYFERRY_E2E_PORT)};
+    const Figures keyferry{memoryOf(app), cpuSecondsOf(app) - appStart, threadsOf(app),
+                           connectedTo(app, KEYFERRY_E2E_PORT)};
     const Figures yardstick{memoryOf(bare.pid()), cpuSecondsOf(bare.pid()) - bareStart, threadsOf(bare.pid()),
                             connectedTo(bare.pid(), KEYFERRY_E2E_PORT)};
 

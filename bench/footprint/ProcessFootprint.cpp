@@ -12,7 +12,9 @@
 namespace keyferry::bench {
 namespace {
 
-std::string procPath(pid_t pid, const std::string& name) { return "/proc/" + std::to_string(pid) + "/" + name; }
+std::string procPath(pid_t pid, const std::string& name) {
+    return "/proc/" + std::to_string(pid) + "/" + name;
+}
 
 // The number after "Key:" in a "Key:   value kB" file such as status or smaps_rollup.
 long fieldOf(const std::string& file, const std::string& key) {
@@ -76,7 +78,9 @@ double cpuSecondsOf(pid_t pid) {
     return double(user + system) / double(sysconf(_SC_CLK_TCK));
 }
 
-int threadsOf(pid_t pid) { return int(fieldOf(procPath(pid, "status"), "Threads")); }
+int threadsOf(pid_t pid) {
+    return int(fieldOf(procPath(pid, "status"), "Threads"));
+}
 
 std::vector<std::pair<std::string, long>> pssByMapping(pid_t pid) {
     std::map<std::string, long> byPath;
@@ -104,7 +108,8 @@ bool connectedTo(pid_t pid, unsigned short remotePort) {
         std::string slot, local, remote, state, queues, timer, retransmits, uid, timeout, inode;
         fields >> slot >> local >> remote >> state >> queues >> timer >> retransmits >> uid >> timeout >> inode;
         const auto colon = remote.find(':');
-        const bool toPort = colon != std::string::npos && std::stoul(remote.substr(colon + 1), nullptr, 16) == remotePort;
+        const bool toPort =
+            colon != std::string::npos && std::stoul(remote.substr(colon + 1), nullptr, 16) == remotePort;
         if (toPort && state == "01" && inodes.count(inode) > 0) {
             return true;
         }

@@ -19,7 +19,8 @@ namespace keyferry::service {
 // authority (host name "localhost"). Single-threaded, owned by the benchmark; failures to connect throw.
 class KeptAliveHttpsClient {
 public:
-    KeptAliveHttpsClient(unsigned short port, const std::filesystem::path& authority, std::string address = "127.0.0.1");
+    KeptAliveHttpsClient(unsigned short port, const std::filesystem::path& authority,
+                         std::string address = "127.0.0.1");
 
     HttpsClient::Answer exchange(const std::string& method, const std::string& target, const std::string& token,
                                  const std::string& body);

@@ -48,8 +48,8 @@ double millisecondsSince(Clock::time_point start) {
 }
 
 std::size_t codePointCount(const std::string& utf8) {
-    return static_cast<std::size_t>(
-        std::count_if(utf8.begin(), utf8.end(), [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; }));
+    return static_cast<std::size_t>(std::count_if(
+        utf8.begin(), utf8.end(), [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; }));
 }
 
 // The first `characters` code points of a UTF-8 text.
@@ -68,15 +68,17 @@ std::string firstCodePoints(const std::string& utf8, std::size_t characters) {
 // after the first texts the application types them from keycodes it has already bound.
 std::string sampleText(std::size_t index) {
     static const std::array<const char*, 30> plain = {
-        "the",   "meeting", "moved",    "to",  "Thursday", "at",    "ten",   "please", "bring",    "your",
-        "notes", "and",     "new",      "draft", "I",      "will",  "call",  "you",    "after",    "lunch",
-        "thanks", "for",    "sending",  "it",  "so",       "quickly", "see", "tomorrow", "OK,",    "great."};
-    static const std::array<const char*, 14> accented = {"café",   "déjà",   "vu",     "naïve", "crème", "brûlée", "Zürich",
-                                                         "façade", "señor",  "à",      "bientôt", "über", "garçon", "résumé"};
+        "the",    "meeting", "moved",   "to",    "Thursday", "at",      "ten",  "please",   "bring", "your",
+        "notes",  "and",     "new",     "draft", "I",        "will",    "call", "you",      "after", "lunch",
+        "thanks", "for",     "sending", "it",    "so",       "quickly", "see",  "tomorrow", "OK,",   "great."};
+    static const std::array<const char*, 14> accented = {"café",    "déjà",   "vu",     "naïve", "crème",
+                                                         "brûlée",  "Zürich", "façade", "señor", "à",
+                                                         "bientôt", "über",   "garçon", "résumé"};
     const std::size_t emojiAt = 30 + index % 50;
     std::string text;
     for (std::size_t word = 0; codePointCount(text) < textLength; ++word) {
-        text += word % 6 == 5 ? accented[(index + word) % accented.size()] : plain[(index * 11 + word * 7) % plain.size()];
+        text +=
+            word % 6 == 5 ? accented[(index + word) % accented.size()] : plain[(index * 11 + word * 7) % plain.size()];
         text += ' ';
         if (codePointCount(text) >= emojiAt && text.find("\xF0\x9F\x99\x82") == std::string::npos) {
             text += "\xF0\x9F\x99\x82 "; // U+1F642 slightly smiling face
@@ -101,12 +103,13 @@ void report(const char* what, const std::vector<double>& samples) {
         return;
     }
     std::printf("%-64s n=%-4zu p50 %7.3f ms  p95 %7.3f ms  p99 %7.3f ms  max %7.3f ms\n", what, samples.size(),
-                percentile(samples, 0.5), percentile(samples, 0.95), percentile(samples, 0.99), percentile(samples, 1.0));
+                percentile(samples, 0.5), percentile(samples, 0.95), percentile(samples, 0.99),
+                percentile(samples, 1.0));
 }
 
 // How the phone's requests reach the service: method, target, bearer token, body.
-using Transport = std::function<HttpsClient::Answer(const std::string&, const std::string&, const std::string&,
-                                                    const std::string&)>;
+using Transport =
+    std::function<HttpsClient::Answer(const std::string&, const std::string&, const std::string&, const std::string&)>;
 
 // The phone: sends texts and asks every askAgainAfter whether one was typed. How long one "is it typed?"
 // request takes is kept: with the pause, it bounds how finely the phone sees the acknowledgement.
@@ -146,8 +149,7 @@ private:
 };
 
 // Requests through either client: HttpsClient opens a new TLS connection for each, KeptAliveHttpsClient reuses one.
-template <typename Client>
-Transport through(Client& client) {
+template <typename Client> Transport through(Client& client) {
     return [&client](const std::string& method, const std::string& target, const std::string& token,
                      const std::string& body) { return client.exchange(method, target, token, body); };
 }
@@ -161,7 +163,8 @@ struct Computer {
 
 // Sends `count` texts one after the other and prints the figures. The times at which the phone saw each text
 // typed; nothing when one did not arrive as sent.
-std::optional<std::vector<double>> measure(Phone& phone, const Computer& computer, int count, const char* title, const char* arrivedWhat) {
+std::optional<std::vector<double>> measure(Phone& phone, const Computer& computer, int count, const char* title,
+                                           const char* arrivedWhat) {
     std::vector<double> arrived;
     std::vector<double> typedSeen;
     const auto runStart = Clock::now();
@@ -186,7 +189,8 @@ std::optional<std::vector<double>> measure(Phone& phone, const Computer& compute
     report(arrivedWhat, arrived);
     report("phone POST start -> phone reads \"typed\" (the computer's ack)", typedSeen);
     report("  one phone GET /v1/phones/texts (asked again 0.5 ms after each)", phone.questionTimes());
-    std::printf("%zu texts of %zu characters in %.1f s\n", arrived.size(), textLength, millisecondsSince(runStart) / 1000);
+    std::printf("%zu texts of %zu characters in %.1f s\n", arrived.size(), textLength,
+                millisecondsSince(runStart) / 1000);
     return typedSeen;
 }
 
@@ -195,7 +199,8 @@ int serviceAlone(int count) {
     ServiceProcess service(KEYFERRY_SERVICE_PROGRAM, folder.path());
     HttpsClient client(service.port(), service.authority());
     const auto computer = client.post("/v1/computers/pair/start", "", json{{"name", "bench"}, {"platform", "linux"}});
-    const auto paired = client.post("/v1/phones/pair", "", json{{"code", computer.json["pairCode"]}, {"name", "bench"}});
+    const auto paired =
+        client.post("/v1/phones/pair", "", json{{"code", computer.json["pairCode"]}, {"name", "bench"}});
     const std::string phoneToken = paired.json.value("phoneToken", "");
     WebSocketClient socket(service.port(), service.authority());
     if (socket.connect(computer.json["computerToken"]) != 101 || !socket.read()) {
@@ -250,7 +255,8 @@ int wholeWay(int count) {
     if (!typedSeen) {
         return 1;
     }
-    const bool met = int(typedSeen->size()) == count && percentile(*typedSeen, 0.5) < 5 && percentile(*typedSeen, 0.99) < 20;
+    const bool met =
+        int(typedSeen->size()) == count && percentile(*typedSeen, 0.5) < 5 && percentile(*typedSeen, 0.99) < 20;
     std::printf("target for send -> typed ack: p50 < 5 ms and p99 < 20 ms: %s\n", met ? "met" : "NOT met");
     const std::string extra = receiver.waitFor(1, Clock::now() + std::chrono::milliseconds(300));
     if (!extra.empty()) {

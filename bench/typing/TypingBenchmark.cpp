@@ -5,9 +5,9 @@
 // to the moment the text is complete in the window (and to the moment the typer exits), wrong or missing
 // characters, and the speed relative to xdotool. Run by hand; never part of the test run's verdict.
 #include "HelperProcess.h"
-#include "TempFolder.h"
 #include "MixedSampleText.h"
 #include "ReceivedText.h"
+#include "TempFolder.h"
 #include "XvfbDisplay.h"
 
 #include <unistd.h>
@@ -147,7 +147,9 @@ Outcome runOnFreshServer(const std::vector<std::string>& typer, const std::strin
     return run(typer, text, window);
 }
 
-std::size_t codePointCount(const std::string& utf8) { return codePoints(utf8).size(); }
+std::size_t codePointCount(const std::string& utf8) {
+    return codePoints(utf8).size();
+}
 
 } // namespace
 } // namespace keyferry
@@ -173,8 +175,8 @@ int main(int argc, char** argv) {
         const Outcome xdotoolDefault = run({"xdotool", "type", "--file", "-"}, text, xlib);
         reference = static_cast<double>(characters) / xdotoolDefault.endToEndSeconds;
         print("xdotool type", characters, xdotoolDefault, reference);
-        print("xdotool type --delay 0", characters,
-              run({"xdotool", "type", "--delay", "0", "--file", "-"}, text, xlib), reference);
+        print("xdotool type --delay 0", characters, run({"xdotool", "type", "--delay", "0", "--file", "-"}, text, xlib),
+              reference);
         print("keyferry-type", characters, run(keyferryType, text, xlib), reference);
     }
     std::printf("\nkeyferry-type alone, each text on an X server that has just started, into a window that has just "

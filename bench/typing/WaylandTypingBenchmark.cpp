@@ -137,7 +137,8 @@ double print(const std::string& name, const std::string& text, const Typed& type
 int main(int argc, char** argv) {
     using namespace keyferry;
     if (argc != 5) {
-        std::cerr << "usage: keyferry-wayland-typing-bench KEYFERRY_TYPE QT_RECEIVER GTK_RECEIVER PLACEHOLDER_KEYBOARD\n";
+        std::cerr
+            << "usage: keyferry-wayland-typing-bench KEYFERRY_TYPE QT_RECEIVER GTK_RECEIVER PLACEHOLDER_KEYBOARD\n";
         return 2;
     }
     try {

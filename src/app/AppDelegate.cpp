@@ -49,13 +49,20 @@ AppDelegate::~AppDelegate() {
 
 QString AppDelegate::statusLine(CompanionConnectionState state) {
     switch (state) {
-    case CompanionConnectionState::unpaired: return QStringLiteral("Not paired");
-    case CompanionConnectionState::creatingCode: return QStringLiteral("Creating pairing code...");
-    case CompanionConnectionState::waitingForPhone: return QStringLiteral("Waiting for your phone");
-    case CompanionConnectionState::permissionRequired: return QStringLiteral("Accessibility access required");
-    case CompanionConnectionState::connecting: return QStringLiteral("Connecting...");
-    case CompanionConnectionState::connected: return QStringLiteral("Connected");
-    case CompanionConnectionState::reconnecting: return QStringLiteral("Reconnecting...");
+    case CompanionConnectionState::unpaired:
+        return QStringLiteral("Not paired");
+    case CompanionConnectionState::creatingCode:
+        return QStringLiteral("Creating pairing code...");
+    case CompanionConnectionState::waitingForPhone:
+        return QStringLiteral("Waiting for your phone");
+    case CompanionConnectionState::permissionRequired:
+        return QStringLiteral("Accessibility access required");
+    case CompanionConnectionState::connecting:
+        return QStringLiteral("Connecting...");
+    case CompanionConnectionState::connected:
+        return QStringLiteral("Connected");
+    case CompanionConnectionState::reconnecting:
+        return QStringLiteral("Reconnecting...");
     }
     return {};
 }

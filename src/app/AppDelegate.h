@@ -36,8 +36,8 @@ public:
 
     // `arguments` are the process arguments; `trayAvailable` tells whether the desktop can show the tray
     // item (without one the window stands in for it and is shown at launch).
-    AppDelegate(std::shared_ptr<CompanionService> service, AccessibilityProbe& accessibility,
-                SerialQueue& shellQueue, const QStringList& arguments, bool trayAvailable);
+    AppDelegate(std::shared_ptr<CompanionService> service, AccessibilityProbe& accessibility, SerialQueue& shellQueue,
+                const QStringList& arguments, bool trayAvailable);
     ~AppDelegate() override;
 
     // Platform events.

@@ -21,12 +21,13 @@
 namespace keyferry {
 
 PairingWindowController::PairingWindowController()
-    : devicesStack(nullptr), errorLabel(nullptr), typingHelpLine(nullptr), addPhoneButton(nullptr), accessibilityButton(nullptr),
-      startupCheckbox(nullptr), stateLine(nullptr), quitButton(nullptr), windowWidget(std::make_unique<QWidget>()) {
+    : devicesStack(nullptr), errorLabel(nullptr), typingHelpLine(nullptr), addPhoneButton(nullptr),
+      accessibilityButton(nullptr), startupCheckbox(nullptr), stateLine(nullptr), quitButton(nullptr),
+      windowWidget(std::make_unique<QWidget>()) {
     QWidget& window = *windowWidget;
     window.setWindowTitle(QStringLiteral("Keyferry"));
-    window.setWindowFlags(Qt::Window | Qt::WindowTitleHint | Qt::WindowSystemMenuHint |
-                          Qt::WindowMinimizeButtonHint | Qt::WindowMaximizeButtonHint | Qt::WindowCloseButtonHint);
+    window.setWindowFlags(Qt::Window | Qt::WindowTitleHint | Qt::WindowSystemMenuHint | Qt::WindowMinimizeButtonHint |
+                          Qt::WindowMaximizeButtonHint | Qt::WindowCloseButtonHint);
     window.resize(width, height);
     window.setMinimumSize(minimumWidth, minimumHeight);
     WindowPlacement::centreOnScreen(window);
@@ -170,11 +171,14 @@ void PairingWindowController::renderPhones() {
     const PhoneStatus status = phoneStatus();
     QPointer<PairingWindowController> weakSelf(this);
     for (const PairedPhone& phone : phones) {
-        auto* card = new PhoneCardView(phone, status, [weakSelf, phone] {
-            if (weakSelf) {
-                weakSelf->confirmRemoval(phone);
-            }
-        }, flippedView);
+        auto* card = new PhoneCardView(
+            phone, status,
+            [weakSelf, phone] {
+                if (weakSelf) {
+                    weakSelf->confirmRemoval(phone);
+                }
+            },
+            flippedView);
         card->setFixedHeight(PhoneCardView::cardHeight);
         devicesStack->addWidget(card);
     }

@@ -14,15 +14,9 @@ std::shared_ptr<CompanionService> CompanionService::make(const CompanionServiceP
 
 CompanionService::CompanionService(ConstructionKey, const CompanionServicePorts& ports, std::string serviceURL,
                                    std::string nameOfThisComputer)
-    : store(ports.defaults, ports.secrets),
-      queue(ports.queue),
-      mainThread(ports.mainThread),
-      clock(ports.clock),
-      http(ports.http),
-      webSockets(ports.webSockets),
-      accessibility(ports.accessibility),
-      injector(ports.keyboard, ports.accessibility),
-      baseURL(std::move(serviceURL)),
+    : store(ports.defaults, ports.secrets), queue(ports.queue), mainThread(ports.mainThread), clock(ports.clock),
+      http(ports.http), webSockets(ports.webSockets), accessibility(ports.accessibility),
+      injector(ports.keyboard, ports.accessibility), baseURL(std::move(serviceURL)),
       // A host that reports no name is called by the platform's word for this computer.
       computerName(nameOfThisComputer.empty() ? std::string(thisComputerWord) : std::move(nameOfThisComputer)) {}
 

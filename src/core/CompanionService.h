@@ -83,8 +83,7 @@ private:
     using Task = std::shared_ptr<WebSocketTask>;
     using WeakTask = std::weak_ptr<WebSocketTask>;
     using Work = std::function<void(CompanionService&)>;
-    template <typename Record>
-    using Completion = std::function<void(CompanionService&, RequestResult<Record>)>;
+    template <typename Record> using Completion = std::function<void(CompanionService&, RequestResult<Record>)>;
 
     // Only make() builds a service, so that it is always owned by a shared_ptr.
     struct ConstructionKey {
@@ -133,11 +132,9 @@ private:
     static std::string bearer(const std::string& token);
     HttpRequest authorizedRequest(std::string_view path, const std::string& method,
                                   const std::optional<nlohmann::json>& body);
-    template <typename Record>
-    void perform(HttpRequest request, std::function<void(RequestResult<Record>)> completion);
+    template <typename Record> void perform(HttpRequest request, std::function<void(RequestResult<Record>)> completion);
     void fetchPairStatus(const std::string& token, std::function<void(RequestResult<PairStatusResponse>)> completion);
-    template <typename Record>
-    std::function<void(RequestResult<Record>)> onQueue(Completion<Record> handler);
+    template <typename Record> std::function<void(RequestResult<Record>)> onQueue(Completion<Record> handler);
 
     // Pairing flow.
     void requestPairingCodeNow();

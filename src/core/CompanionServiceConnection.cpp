@@ -27,12 +27,12 @@ bool meansPairingGone(const RequestResult<PairStatusResponse>& answer) {
 void CompanionService::startHeartbeat(const Task& task) {
     assertOnQueue();
     stopHeartbeat();
-    heartbeat = queue.startTimer(firstHeartbeat, heartbeatPeriod,
-                                 [weakService = weak_from_this(), weakTask = WeakTask(task)] {
-                                     if (const auto service = weakService.lock()) {
-                                         service->ping(weakTask);
-                                     }
-                                 });
+    heartbeat =
+        queue.startTimer(firstHeartbeat, heartbeatPeriod, [weakService = weak_from_this(), weakTask = WeakTask(task)] {
+            if (const auto service = weakService.lock()) {
+                service->ping(weakTask);
+            }
+        });
 }
 
 void CompanionService::ping(const WeakTask& weakTask) {
@@ -77,10 +77,10 @@ void CompanionService::handleConnectionLoss(const Task& task) {
         return;
     }
     // The state stays as it is while the service is asked whether the pairing still stands.
-    fetchPairStatus(store.computerToken(),
-                    onQueue<PairStatusResponse>([](CompanionService& service, RequestResult<PairStatusResponse> answer) {
-                        service.decideAfterLoss(answer);
-                    }));
+    fetchPairStatus(store.computerToken(), onQueue<PairStatusResponse>(
+                                               [](CompanionService& service, RequestResult<PairStatusResponse> answer) {
+                                                   service.decideAfterLoss(answer);
+                                               }));
 }
 
 void CompanionService::decideAfterLoss(const RequestResult<PairStatusResponse>& answer) {

@@ -47,11 +47,11 @@ void CompanionService::requestPairingCodeNow() {
         codeRequest.headers.emplace_back("Content-Type", "application/json");
         codeRequest.body = jsonBody(PairStartRequest{computerName, platformName}.toJson());
     }
-    perform<PairingResponse>(std::move(codeRequest),
-                             onQueue<PairingResponse>([wasPaired](CompanionService& service,
-                                                                  RequestResult<PairingResponse> result) {
-                                 service.handlePairingCodeReply(result, wasPaired);
-                             }));
+    perform<PairingResponse>(
+        std::move(codeRequest),
+        onQueue<PairingResponse>([wasPaired](CompanionService& service, RequestResult<PairingResponse> result) {
+            service.handlePairingCodeReply(result, wasPaired);
+        }));
 }
 
 void CompanionService::handlePairingCodeReply(const RequestResult<PairingResponse>& result, bool wasPaired) {

@@ -23,8 +23,7 @@ std::string bodyText(std::string body) {
     return isValidUtf8(body) ? std::move(body) : std::string();
 }
 
-template <typename Record>
-RequestResult<Record> outcomeToResult(HttpOutcome outcome) {
+template <typename Record> RequestResult<Record> outcomeToResult(HttpOutcome outcome) {
     if (const auto* failure = std::get_if<TransportError>(&outcome)) {
         return RequestError{*failure};
     }
@@ -44,7 +43,9 @@ RequestResult<Record> outcomeToResult(HttpOutcome outcome) {
 
 } // namespace
 
-std::string CompanionService::bearer(const std::string& token) { return std::string(ApiPaths::bearerScheme) + token; }
+std::string CompanionService::bearer(const std::string& token) {
+    return std::string(ApiPaths::bearerScheme) + token;
+}
 
 std::string CompanionService::urlFor(std::string_view path) const {
     // The path joins the base's own path with one slash, whether or not the base ends with one; a query or
@@ -117,17 +118,17 @@ std::function<void(RequestResult<Record>)> CompanionService::onQueue(Completion<
 
 template void CompanionService::perform<PairingResponse>(HttpRequest,
                                                          std::function<void(RequestResult<PairingResponse>)>);
-template void CompanionService::perform<PairedPhonesResponse>(
-    HttpRequest, std::function<void(RequestResult<PairedPhonesResponse>)>);
-template void CompanionService::perform<RemovePhoneResponse>(
-    HttpRequest, std::function<void(RequestResult<RemovePhoneResponse>)>);
+template void CompanionService::perform<PairedPhonesResponse>(HttpRequest,
+                                                              std::function<void(RequestResult<PairedPhonesResponse>)>);
+template void CompanionService::perform<RemovePhoneResponse>(HttpRequest,
+                                                             std::function<void(RequestResult<RemovePhoneResponse>)>);
 template std::function<void(RequestResult<PairingResponse>)>
-CompanionService::onQueue<PairingResponse>(Completion<PairingResponse>);
+    CompanionService::onQueue<PairingResponse>(Completion<PairingResponse>);
 template std::function<void(RequestResult<PairStatusResponse>)>
-CompanionService::onQueue<PairStatusResponse>(Completion<PairStatusResponse>);
+    CompanionService::onQueue<PairStatusResponse>(Completion<PairStatusResponse>);
 template std::function<void(RequestResult<PairedPhonesResponse>)>
-CompanionService::onQueue<PairedPhonesResponse>(Completion<PairedPhonesResponse>);
+    CompanionService::onQueue<PairedPhonesResponse>(Completion<PairedPhonesResponse>);
 template std::function<void(RequestResult<RemovePhoneResponse>)>
-CompanionService::onQueue<RemovePhoneResponse>(Completion<RemovePhoneResponse>);
+    CompanionService::onQueue<RemovePhoneResponse>(Completion<RemovePhoneResponse>);
 
 } // namespace keyferry

@@ -9,7 +9,9 @@ namespace keyferry {
 KeychainStore::KeychainStore(SecretBackend& secretBackend, std::string serviceName)
     : backend(secretBackend), service(std::move(serviceName)) {}
 
-SecretQuery KeychainStore::baseQuery(const std::string& account) const { return SecretQuery{service, account}; }
+SecretQuery KeychainStore::baseQuery(const std::string& account) const {
+    return SecretQuery{service, account};
+}
 
 std::optional<std::string> KeychainStore::string(const std::string& account) const {
     std::string bytes;
@@ -35,6 +37,8 @@ std::optional<StoreError> KeychainStore::set(const std::string& value, const std
     return std::nullopt;
 }
 
-SecretStatus KeychainStore::remove(const std::string& account) { return backend.remove(baseQuery(account)); }
+SecretStatus KeychainStore::remove(const std::string& account) {
+    return backend.remove(baseQuery(account));
+}
 
 } // namespace keyferry

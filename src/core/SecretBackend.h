@@ -35,8 +35,7 @@ public:
     virtual SecretStatus update(const SecretQuery& query, const std::string& value) = 0;
 
     // Creates the item.
-    virtual SecretStatus add(const SecretQuery& query, const std::string& value,
-                             SecretAccessibility accessibility) = 0;
+    virtual SecretStatus add(const SecretQuery& query, const std::string& value, SecretAccessibility accessibility) = 0;
 
     // Deletes the item; secretItemNotFound when there is none.
     virtual SecretStatus remove(const SecretQuery& query) = 0;

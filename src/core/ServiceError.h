@@ -34,8 +34,7 @@ struct DecodingError {
 using RequestError = std::variant<ServiceError, TransportError, DecodingError>;
 
 // The outcome of an API request: the decoded record, or why there is none.
-template <typename Record>
-using RequestResult = std::variant<Record, RequestError>;
+template <typename Record> using RequestResult = std::variant<Record, RequestError>;
 
 // True when the error is the service's HTTP status `code`.
 bool isHttpStatus(const RequestError& error, std::int64_t code);

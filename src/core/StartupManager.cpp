@@ -19,7 +19,7 @@ public:
     const char* name() const noexcept override { return "keyferry.startup"; }
     std::string message(int value) const override {
         return value == static_cast<int>(StartupError::missingExecutable) ? "the executable's path is unknown"
-                                                                           : "unknown startup error";
+                                                                          : "unknown startup error";
     }
 };
 
@@ -29,12 +29,24 @@ std::string xmlEscaped(std::string_view text) {
     escaped.reserve(text.size());
     for (const char character : text) {
         switch (character) {
-        case '&': escaped += "&amp;"; break;
-        case '<': escaped += "&lt;"; break;
-        case '>': escaped += "&gt;"; break;
-        case '"': escaped += "&quot;"; break;
-        case '\'': escaped += "&apos;"; break;
-        default: escaped += character; break;
+        case '&':
+            escaped += "&amp;";
+            break;
+        case '<':
+            escaped += "&lt;";
+            break;
+        case '>':
+            escaped += "&gt;";
+            break;
+        case '"':
+            escaped += "&quot;";
+            break;
+        case '\'':
+            escaped += "&apos;";
+            break;
+        default:
+            escaped += character;
+            break;
         }
     }
     return escaped;
@@ -49,13 +61,28 @@ std::string desktopExecArgument(std::string_view argument) {
         switch (character) {
         case '"':
         case '`':
-        case '$': quoted += "\\\\"; quoted += character; break;
-        case '\\': quoted += "\\\\\\\\"; break;
-        case '%': quoted += "%%"; break;
-        case '\n': quoted += "\\n"; break;
-        case '\t': quoted += "\\t"; break;
-        case '\r': quoted += "\\r"; break;
-        default: quoted += character; break;
+        case '$':
+            quoted += "\\\\";
+            quoted += character;
+            break;
+        case '\\':
+            quoted += "\\\\\\\\";
+            break;
+        case '%':
+            quoted += "%%";
+            break;
+        case '\n':
+            quoted += "\\n";
+            break;
+        case '\t':
+            quoted += "\\t";
+            break;
+        case '\r':
+            quoted += "\\r";
+            break;
+        default:
+            quoted += character;
+            break;
         }
     }
     quoted += '"';
@@ -106,9 +133,8 @@ fs::path StartupManager::launchAgentPath(const fs::path& home) {
 
 fs::path StartupManager::autostartEntryPath(const fs::path& home, const std::string& xdgConfigHome) {
     // The XDG base directory rules ignore a relative XDG_CONFIG_HOME.
-    const fs::path configHome = !xdgConfigHome.empty() && fs::path(xdgConfigHome).is_absolute()
-                                    ? fs::path(xdgConfigHome)
-                                    : home / ".config";
+    const fs::path configHome =
+        !xdgConfigHome.empty() && fs::path(xdgConfigHome).is_absolute() ? fs::path(xdgConfigHome) : home / ".config";
     return configHome / "autostart" / (std::string(label) + ".desktop");
 }
 
@@ -172,8 +198,8 @@ std::error_code StartupManager::writeRegistration(const std::optional<fs::path>&
     if (error) {
         return error;
     }
-    const std::string bytes = file.extension() == ".plist" ? launchAgentPropertyList(*executable)
-                                                           : autostartDesktopEntry(*executable);
+    const std::string bytes =
+        file.extension() == ".plist" ? launchAgentPropertyList(*executable) : autostartDesktopEntry(*executable);
     return writeAtomically(file, bytes);
 }
 

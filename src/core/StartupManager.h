@@ -68,5 +68,4 @@ public:
 
 } // namespace keyferry
 
-template <>
-struct std::is_error_code_enum<keyferry::StartupError> : std::true_type {};
+template <> struct std::is_error_code_enum<keyferry::StartupError> : std::true_type {};

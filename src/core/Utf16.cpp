@@ -36,7 +36,9 @@ void appendUtf8(std::string& out, char32_t codePoint) {
     }
 }
 
-bool isLowSurrogate(char16_t unit) { return (unit & 0xFC00) == 0xDC00; }
+bool isLowSurrogate(char16_t unit) {
+    return (unit & 0xFC00) == 0xDC00;
+}
 
 } // namespace
 

@@ -21,6 +21,8 @@ std::string utf8FromUtf16(std::u16string_view utf16);
 std::u32string codePointsFromUtf16(std::u16string_view utf16);
 
 // True for the first half of a surrogate pair.
-inline bool isHighSurrogate(char16_t unit) { return (unit & 0xFC00) == 0xD800; }
+inline bool isHighSurrogate(char16_t unit) {
+    return (unit & 0xFC00) == 0xD800;
+}
 
 } // namespace keyferry

@@ -34,14 +34,15 @@ std::optional<PhonePairRequest> phonePairRequest(std::string_view body) {
 }
 
 std::optional<std::string> sentText(std::string_view body) {
-    return JsonReader::decodeObject<std::string>(body, [](JsonReader& reader) { return reader.requiredString("text"); });
+    return JsonReader::decodeObject<std::string>(body,
+                                                 [](JsonReader& reader) { return reader.requiredString("text"); });
 }
 
 // The requests that carry a JSON body. Each must say so: a web page of another origin may send
 // text/plain without asking the browser's permission, but not application/json.
 bool takesJsonBody(const ApiRouter::Request& request, std::string_view path) {
     return request.method() == http::verb::post && (path == ApiPaths::pairStart || path == ApiPaths::removePhone ||
-                                                     path == ApiPaths::phonePair || path == ApiPaths::phoneTexts);
+                                                    path == ApiPaths::phonePair || path == ApiPaths::phoneTexts);
 }
 
 // Whether the request declares "application/json" (parameters such as charset allowed).
@@ -54,11 +55,17 @@ bool declaresJson(const ApiRouter::Request& request) {
     return boost::beast::iequals(type, "application/json");
 }
 
-ApiReply badBody(const char* expected) { return ApiReply::error(400, std::string("The body must be ") + expected + "."); }
+ApiReply badBody(const char* expected) {
+    return ApiReply::error(400, std::string("The body must be ") + expected + ".");
+}
 
-ApiReply methodNotAllowed() { return ApiReply::error(405, "This method is not allowed here."); }
+ApiReply methodNotAllowed() {
+    return ApiReply::error(405, "This method is not allowed here.");
+}
 
-ApiReply notFound() { return ApiReply::error(404, "There is nothing here."); }
+ApiReply notFound() {
+    return ApiReply::error(404, "There is nothing here.");
+}
 
 void setCommonHeaders(ApiRouter::Response& response) {
     response.set(http::field::server, "keyferry-service");

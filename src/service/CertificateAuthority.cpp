@@ -10,10 +10,10 @@
 #include <openssl/x509v3.h>
 
 #include <algorithm>
-#include <optional>
 #include <cstdio>
 #include <fstream>
 #include <memory>
+#include <optional>
 #include <sstream>
 #include <stdexcept>
 #include <sys/stat.h>
@@ -21,10 +21,8 @@
 namespace keyferry::service {
 namespace {
 
-template <auto Free>
-struct OpenSslDeleter {
-    template <typename T>
-    void operator()(T* pointer) const { Free(pointer); }
+template <auto Free> struct OpenSslDeleter {
+    template <typename T> void operator()(T* pointer) const { Free(pointer); }
 };
 using KeyPtr = std::unique_ptr<EVP_PKEY, OpenSslDeleter<EVP_PKEY_free>>;
 using CertificatePtr = std::unique_ptr<X509, OpenSslDeleter<X509_free>>;
@@ -232,7 +230,9 @@ void ensureAuthority(const CertificateAuthority::Files& files, const std::filesy
     std::filesystem::remove(files.chain);
     if (exists) {
         ServiceLog::warning("the certificate authority was issued again for the service's new names and addresses; "
-                            "phones must install the new " + files.authority.string() + " (served at /ca.pem) again, "
+                            "phones must install the new " +
+                            files.authority.string() +
+                            " (served at /ca.pem) again, "
                             "and the application must be built with it");
     } else {
         ServiceLog::info("made a certificate authority: " + files.authority.string());

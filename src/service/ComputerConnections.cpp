@@ -43,7 +43,9 @@ void ComputerConnections::remove(const std::string& computerId, const ComputerSo
     }
 }
 
-bool ComputerConnections::isOnline(const std::string& computerId) const { return find(computerId) != nullptr; }
+bool ComputerConnections::isOnline(const std::string& computerId) const {
+    return find(computerId) != nullptr;
+}
 
 void ComputerConnections::closeAll() {
     auto sockets = std::move(sockets_);

@@ -111,7 +111,8 @@ void ComputerSocket::close(CloseReason reason) {
             self->cutOff();
         }
     });
-    socket_.async_close(closeReasonOf(reason), [self = shared_from_this(), grace](beast::error_code) { grace->cancel(); });
+    socket_.async_close(closeReasonOf(reason),
+                        [self = shared_from_this(), grace](beast::error_code) { grace->cancel(); });
 }
 
 // Ends the connection now: pending operations fail at once, and once the socket is destroyed the kernel
@@ -126,9 +127,8 @@ void ComputerSocket::cutOff() {
 }
 
 void ComputerSocket::readNext() {
-    socket_.async_read_some(incoming_, readPiece, [self = shared_from_this()](beast::error_code error, std::size_t) {
-        self->onRead(error);
-    });
+    socket_.async_read_some(incoming_, readPiece,
+                            [self = shared_from_this()](beast::error_code error, std::size_t) { self->onRead(error); });
 }
 
 void ComputerSocket::onRead(beast::error_code error) {

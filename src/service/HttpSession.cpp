@@ -25,8 +25,8 @@ constexpr auto requestTimeout = std::chrono::seconds(30);
 
 HttpSession::HttpSession(boost::asio::ip::tcp::socket&& socket, boost::asio::ssl::context& tls, ApiRouter& router,
                          ServiceCore& core, ComputerConnections& connections)
-    : stream_(std::move(socket), tls), deadline_(stream_.get_executor()), router_(router), core_(core), connections_(connections),
-      clientAddress_(ClientAddress::ofPeer(stream_.socket())) {}
+    : stream_(std::move(socket), tls), deadline_(stream_.get_executor()), router_(router), core_(core),
+      connections_(connections), clientAddress_(ClientAddress::ofPeer(stream_.socket())) {}
 
 void HttpSession::start(std::shared_ptr<const void> connection, std::shared_ptr<const void> handshake) {
     stream_.holdWhileOpen(std::move(connection));
@@ -101,9 +101,10 @@ void HttpSession::upgradeComputer() {
 void HttpSession::respond(ApiRouter::Response response) {
     const bool keepAlive = response.keep_alive();
     response_ = std::move(response);
-    http::async_write(stream_, *response_, [self = shared_from_this(), keepAlive](beast::error_code error, std::size_t) {
-        self->onWrite(error, keepAlive);
-    });
+    http::async_write(stream_, *response_,
+                      [self = shared_from_this(), keepAlive](beast::error_code error, std::size_t) {
+                          self->onWrite(error, keepAlive);
+                      });
 }
 
 void HttpSession::onWrite(beast::error_code error, bool keepAlive) {
@@ -128,14 +129,14 @@ void HttpSession::drainThenShutdown(std::size_t drained) {
         armDeadline(std::chrono::seconds(5));
     }
     buffer_.consume(buffer_.size());
-    stream_.async_read_some(buffer_.prepare(16 * 1024), [self = shared_from_this(), drained](beast::error_code error,
-                                                                                              std::size_t size) {
-        if (!error && drained + size < drainLimit) {
-            self->drainThenShutdown(drained + size);
-        } else {
-            self->shutdown();
-        }
-    });
+    stream_.async_read_some(buffer_.prepare(16 * 1024),
+                            [self = shared_from_this(), drained](beast::error_code error, std::size_t size) {
+                                if (!error && drained + size < drainLimit) {
+                                    self->drainThenShutdown(drained + size);
+                                } else {
+                                    self->shutdown();
+                                }
+                            });
 }
 
 void HttpSession::shutdown() {

@@ -13,9 +13,9 @@
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
-#include <unistd.h>
 #include <fstream>
 #include <sstream>
+#include <unistd.h>
 
 namespace keyferry::service {
 namespace {
@@ -103,7 +103,9 @@ void KeyferryServer::expireTextsHourly() {
     });
 }
 
-unsigned short KeyferryServer::port() const { return listener_->port(); }
+unsigned short KeyferryServer::port() const {
+    return listener_->port();
+}
 
 void KeyferryServer::stopOnTerminationSignals() {
     signals_ = std::make_unique<boost::asio::signal_set>(io_, SIGINT, SIGTERM);

@@ -29,7 +29,9 @@ Listener::Listener(boost::asio::io_context& io, boost::asio::ssl::context& tls,
     acceptor_.listen(boost::asio::socket_base::max_listen_connections);
 }
 
-void Listener::start() { acceptNext(); }
+void Listener::start() {
+    acceptNext();
+}
 
 void Listener::stop() {
     boost::system::error_code ignored;
@@ -38,9 +40,10 @@ void Listener::stop() {
 }
 
 void Listener::acceptNext() {
-    acceptor_.async_accept([self = shared_from_this()](boost::system::error_code error, boost::asio::ip::tcp::socket socket) {
-        self->onAccept(error, std::move(socket));
-    });
+    acceptor_.async_accept(
+        [self = shared_from_this()](boost::system::error_code error, boost::asio::ip::tcp::socket socket) {
+            self->onAccept(error, std::move(socket));
+        });
 }
 
 void Listener::onAccept(boost::system::error_code error, boost::asio::ip::tcp::socket socket) {

@@ -23,8 +23,9 @@ class ServiceCore;
 // outlives it. Network thread only; binding failures throw from the constructor.
 class Listener : public std::enable_shared_from_this<Listener> {
 public:
-    Listener(boost::asio::io_context& io, boost::asio::ssl::context& tls, const boost::asio::ip::tcp::endpoint& endpoint,
-             ApiRouter& router, ServiceCore& core, ComputerConnections& connections, ClientLimits& limits);
+    Listener(boost::asio::io_context& io, boost::asio::ssl::context& tls,
+             const boost::asio::ip::tcp::endpoint& endpoint, ApiRouter& router, ServiceCore& core,
+             ComputerConnections& connections, ClientLimits& limits);
 
     void start();
     void stop();

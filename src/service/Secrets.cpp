@@ -10,8 +10,7 @@
 namespace keyferry::service::Secrets {
 namespace {
 
-template <std::size_t N>
-std::array<unsigned char, N> randomBytes() {
+template <std::size_t N> std::array<unsigned char, N> randomBytes() {
     std::array<unsigned char, N> bytes{};
     if (RAND_bytes(bytes.data(), static_cast<int>(bytes.size())) != 1) {
         throw std::runtime_error("the random generator failed");

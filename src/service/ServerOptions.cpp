@@ -95,7 +95,8 @@ std::variant<ServerOptions, std::string> ServerOptions::parse(const std::vector<
             if (!count) {
                 return name + " takes a number from 1 to 1000000";
             }
-            (name == "--max-connections-per-client" ? options.connectionsPerClient : options.handshakesPerClient) = *count;
+            (name == "--max-connections-per-client" ? options.connectionsPerClient : options.handshakesPerClient) =
+                *count;
         } else {
             return "unknown option " + name + "\n" + usage();
         }

@@ -155,7 +155,8 @@ std::string ServiceCore::unusedCode(std::int64_t now) {
     const auto live = storage_.livePairCodes(now);
     for (;;) {
         std::string candidate = Secrets::newPairCode();
-        if (std::none_of(live.begin(), live.end(), [&](const PairCodeRecord& code) { return code.code == candidate; })) {
+        if (std::none_of(live.begin(), live.end(),
+                         [&](const PairCodeRecord& code) { return code.code == candidate; })) {
             return candidate;
         }
     }
@@ -231,7 +232,8 @@ ApiReply ServiceCore::pairPhone(std::string_view code, std::string_view name, st
         return ApiReply::error(400, "A phone needs a name (up to 100 characters), a platform and an app version.");
     }
     const auto live = storage_.livePairCodes(now);
-    const auto match = std::find_if(live.begin(), live.end(), [&](const PairCodeRecord& c) { return c.code == *digits; });
+    const auto match =
+        std::find_if(live.begin(), live.end(), [&](const PairCodeRecord& c) { return c.code == *digits; });
     const auto computer = match == live.end() ? std::nullopt : storage_.computer(match->computerId);
     if (!computer || computer->status == ComputerStatus::revoked) {
         // Counted against the guesser and the service as a whole, never against live codes: a stranger's
@@ -243,8 +245,8 @@ ApiReply ServiceCore::pairPhone(std::string_view code, std::string_view name, st
 
     PairCodeRecord used = *match;
     used.usedAt = now;
-    const PhoneRecord phone{Secrets::newId(),     computer->id,         std::string(name), std::string(platform),
-                            std::string(appVersion), now, now};
+    const PhoneRecord phone{
+        Secrets::newId(), computer->id, std::string(name), std::string(platform), std::string(appVersion), now, now};
     const std::string token = Secrets::newToken("kfp_");
     storage_.transaction([&] {
         storage_.updatePairCode(used);
@@ -368,7 +370,7 @@ ApiReply ServiceCore::removeComputer(std::string_view phoneToken) {
 }
 
 std::vector<ServiceCore::PendingText> ServiceCore::textsToDeliver(const std::string& computerId,
-                                                                 std::int64_t afterSerial, int limit) {
+                                                                  std::int64_t afterSerial, int limit) {
     std::vector<PendingText> pending;
     const std::int64_t createdAfter = clock_.nowMs() - waitingTextLifetimeMs;
     for (TextRecord& text : storage_.untypedTexts(computerId, afterSerial, createdAfter, limit)) {

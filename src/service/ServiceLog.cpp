@@ -31,7 +31,8 @@ std::string timestamp() {
     char text[32];
     const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &utc);
     char withMillis[40];
-    std::snprintf(withMillis, sizeof withMillis, "%.*s.%03dZ", static_cast<int>(length), text, static_cast<int>(millis));
+    std::snprintf(withMillis, sizeof withMillis, "%.*s.%03dZ", static_cast<int>(length), text,
+                  static_cast<int>(millis));
     return withMillis;
 }
 

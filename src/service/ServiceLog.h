@@ -15,9 +15,15 @@ namespace ServiceLog {
 enum class Level { info, warning, error };
 
 void write(Level level, std::string_view message);
-inline void info(std::string_view message) { write(Level::info, message); }
-inline void warning(std::string_view message) { write(Level::warning, message); }
-inline void error(std::string_view message) { write(Level::error, message); }
+inline void info(std::string_view message) {
+    write(Level::info, message);
+}
+inline void warning(std::string_view message) {
+    write(Level::warning, message);
+}
+inline void error(std::string_view message) {
+    write(Level::error, message);
+}
 
 // Keeps a repeated event (the same client refused again and again) to one line per key and minute, so
 // that a client cannot flood the log. Network thread only.

@@ -10,11 +10,12 @@ SqliteStatement::SqliteStatement(sqlite3* database, std::string_view sql) : data
     check(sqlite3_prepare_v2(database_, sql.data(), static_cast<int>(sql.size()), &statement_, nullptr));
 }
 
-SqliteStatement::~SqliteStatement() { sqlite3_finalize(statement_); }
+SqliteStatement::~SqliteStatement() {
+    sqlite3_finalize(statement_);
+}
 
 SqliteStatement& SqliteStatement::bind(std::string_view value) {
-    check(sqlite3_bind_text(statement_, nextIndex_++, value.data(), static_cast<int>(value.size()),
-                            SQLITE_TRANSIENT));
+    check(sqlite3_bind_text(statement_, nextIndex_++, value.data(), static_cast<int>(value.size()), SQLITE_TRANSIENT));
     return *this;
 }
 
@@ -54,7 +55,9 @@ std::string SqliteStatement::text(int column) const {
     return bytes ? std::string(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(size)) : std::string();
 }
 
-std::int64_t SqliteStatement::integer(int column) const { return sqlite3_column_int64(statement_, column); }
+std::int64_t SqliteStatement::integer(int column) const {
+    return sqlite3_column_int64(statement_, column);
+}
 
 std::optional<std::int64_t> SqliteStatement::optionalInteger(int column) const {
     if (sqlite3_column_type(statement_, column) == SQLITE_NULL) {

@@ -10,11 +10,9 @@ namespace keyferry::service {
 namespace {
 
 constexpr std::string_view computerColumns = "id, name, platform, status, created_at";
-constexpr std::string_view codeColumns =
-    "serial, code, computer_id, created_at, expires_at, used_at, withdrawn";
+constexpr std::string_view codeColumns = "serial, code, computer_id, created_at, expires_at, used_at, withdrawn";
 constexpr std::string_view phoneColumns = "id, computer_id, name, platform, app_version, created_at, last_seen_at";
-constexpr std::string_view textColumns =
-    "serial, id, computer_id, phone_id, body, created_at, delivered_at, typed_at";
+constexpr std::string_view textColumns = "serial, id, computer_id, phone_id, body, created_at, delivered_at, typed_at";
 
 std::string sql(std::string_view head, std::string_view columns, std::string_view tail) {
     return std::string(head) + std::string(columns) + std::string(tail);
@@ -25,8 +23,8 @@ ComputerRecord readComputer(const SqliteStatement& row) {
 }
 
 PairCodeRecord readCode(const SqliteStatement& row) {
-    return {row.integer(0), row.text(1),    row.text(2), row.integer(3), row.integer(4), row.optionalInteger(5),
-            row.integer(6) != 0};
+    return {row.integer(0),         row.text(1),        row.text(2), row.integer(3), row.integer(4),
+            row.optionalInteger(5), row.integer(6) != 0};
 }
 
 PhoneRecord readPhone(const SqliteStatement& row) {
@@ -34,12 +32,11 @@ PhoneRecord readPhone(const SqliteStatement& row) {
 }
 
 TextRecord readText(const SqliteStatement& row) {
-    return {row.integer(0),  row.text(1), row.text(2), row.text(3), row.text(4), row.integer(5),
+    return {row.integer(0),         row.text(1),           row.text(2), row.text(3), row.text(4), row.integer(5),
             row.optionalInteger(6), row.optionalInteger(7)};
 }
 
-template <typename Record, typename Reader>
-std::vector<Record> readAll(SqliteStatement& statement, Reader reader) {
+template <typename Record, typename Reader> std::vector<Record> readAll(SqliteStatement& statement, Reader reader) {
     std::vector<Record> records;
     while (statement.step()) {
         records.push_back(reader(statement));
@@ -47,8 +44,7 @@ std::vector<Record> readAll(SqliteStatement& statement, Reader reader) {
     return records;
 }
 
-template <typename Record, typename Reader>
-std::optional<Record> readOne(SqliteStatement& statement, Reader reader) {
+template <typename Record, typename Reader> std::optional<Record> readOne(SqliteStatement& statement, Reader reader) {
     if (statement.step()) {
         return reader(statement);
     }
@@ -71,9 +67,13 @@ SqliteStorage::SqliteStorage(const std::string& path) {
     dropRetiredColumns();
 }
 
-SqliteStorage::~SqliteStorage() { sqlite3_close(database_); }
+SqliteStorage::~SqliteStorage() {
+    sqlite3_close(database_);
+}
 
-void SqliteStorage::execute(std::string_view statementText) { SqliteStatement(database_, statementText).run(); }
+void SqliteStorage::execute(std::string_view statementText) {
+    SqliteStatement(database_, statementText).run();
+}
 
 void SqliteStorage::createSchema() {
     execute("CREATE TABLE IF NOT EXISTS computers (id TEXT PRIMARY KEY, token_hash TEXT NOT NULL UNIQUE, "
@@ -168,9 +168,8 @@ void SqliteStorage::deleteAbandonedComputers(std::int64_t before) {
         SqliteStatement(database_, "DELETE FROM pair_codes WHERE computer_id IN (" + abandoned + ")")
             .bind(before)
             .run();
-        SqliteStatement(database_,
-                        "DELETE FROM computers WHERE status = 0 AND NOT EXISTS (SELECT 1 FROM pair_codes p "
-                        "WHERE p.computer_id = computers.id)")
+        SqliteStatement(database_, "DELETE FROM computers WHERE status = 0 AND NOT EXISTS (SELECT 1 FROM pair_codes p "
+                                   "WHERE p.computer_id = computers.id)")
             .run();
     });
 }
@@ -241,7 +240,10 @@ std::vector<PhoneRecord> SqliteStorage::phones(std::string_view computerId) {
 bool SqliteStorage::deletePhone(std::string_view computerId, std::string_view phoneId) {
     bool deleted = false;
     transaction([&] {
-        SqliteStatement(database_, "DELETE FROM phones WHERE computer_id = ? AND id = ?").bind(computerId).bind(phoneId).run();
+        SqliteStatement(database_, "DELETE FROM phones WHERE computer_id = ? AND id = ?")
+            .bind(computerId)
+            .bind(phoneId)
+            .run();
         deleted = sqlite3_changes(database_) > 0;
         SqliteStatement(database_, "DELETE FROM texts WHERE computer_id = ? AND phone_id = ?")
             .bind(computerId)
@@ -298,7 +300,8 @@ bool SqliteStorage::isTextUntyped(std::string_view computerId, std::string_view 
 }
 
 void SqliteStorage::markTextDelivered(std::string_view computerId, std::string_view textId, std::int64_t now) {
-    SqliteStatement(database_, "UPDATE texts SET delivered_at = COALESCE(delivered_at, ?) WHERE computer_id = ? AND id = ?")
+    SqliteStatement(database_,
+                    "UPDATE texts SET delivered_at = COALESCE(delivered_at, ?) WHERE computer_id = ? AND id = ?")
         .bind(now)
         .bind(computerId)
         .bind(textId)

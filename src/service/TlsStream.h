@@ -43,14 +43,12 @@ public:
     void holdWhileOpen(std::shared_ptr<const void> lease) { lease_ = std::move(lease); }
     boost::asio::ip::tcp::socket& socket() { return socket_; }
 
-    template <class Token>
-    auto async_handshake(Token&& token) {
+    template <class Token> auto async_handshake(Token&& token) {
         return start<false>([](SSL* ssl, std::size_t&) { return SSL_do_handshake(ssl); }, std::forward<Token>(token));
     }
 
     // Sends close_notify; does not wait for the peer's.
-    template <class Token>
-    auto async_shutdown(Token&& token) {
+    template <class Token> auto async_shutdown(Token&& token) {
         return start<false>(
             [](SSL* ssl, std::size_t&) {
                 const int result = SSL_shutdown(ssl);
@@ -59,8 +57,7 @@ public:
             std::forward<Token>(token));
     }
 
-    template <class MutableBuffers, class Token>
-    auto async_read_some(const MutableBuffers& buffers, Token&& token) {
+    template <class MutableBuffers, class Token> auto async_read_some(const MutableBuffers& buffers, Token&& token) {
         const auto buffer = firstBuffer<boost::asio::mutable_buffer>(buffers);
         if (!givenBack_.empty()) {
             return start<true>([this, buffer](SSL*, std::size_t& bytes) { return takeGivenBack(buffer, bytes); },
@@ -73,8 +70,7 @@ public:
             std::forward<Token>(token), buffer.size() == 0 ? FirstStep::post : FirstStep::waitForData);
     }
 
-    template <class ConstBuffers, class Token>
-    auto async_write_some(const ConstBuffers& buffers, Token&& token) {
+    template <class ConstBuffers, class Token> auto async_write_some(const ConstBuffers& buffers, Token&& token) {
         const auto buffer = firstBuffer<boost::asio::const_buffer>(buffers);
         return start<true>(
             [buffer](SSL* ssl, std::size_t& bytes) {
@@ -90,15 +86,13 @@ private:
     // socket would allocate a record buffer and keep it for as long as the connection stays quiet.
     enum class FirstStep { post, waitForData };
 
-    template <bool WithSize, class Attempt>
-    struct Operation {
+    template <bool WithSize, class Attempt> struct Operation {
         TlsStream& stream;
         Attempt attempt;
         FirstStep firstStep = FirstStep::post;
         bool started = false;
 
-        template <class Self>
-        void operator()(Self& self, boost::system::error_code waitError = {}) {
+        template <class Self> void operator()(Self& self, boost::system::error_code waitError = {}) {
             if (!started) {
                 started = true;
                 if (firstStep == FirstStep::waitForData && SSL_has_pending(stream.ssl_) == 0) {
@@ -128,8 +122,10 @@ private:
             case SSL_ERROR_ZERO_RETURN:
                 return finish(self, boost::asio::error::eof, 0);
             case SSL_ERROR_SYSCALL:
-                return finish(self, attemptErrno ? boost::system::error_code(attemptErrno, boost::system::system_category())
-                                                 : boost::system::error_code(boost::asio::error::eof), 0);
+                return finish(self,
+                              attemptErrno ? boost::system::error_code(attemptErrno, boost::system::system_category())
+                                           : boost::system::error_code(boost::asio::error::eof),
+                              0);
             default:
                 return finish(self,
                               boost::system::error_code(static_cast<int>(ERR_get_error()),
@@ -138,8 +134,7 @@ private:
             }
         }
 
-        template <class Self>
-        static void finish(Self& self, boost::system::error_code error, std::size_t bytes) {
+        template <class Self> static void finish(Self& self, boost::system::error_code error, std::size_t bytes) {
             if constexpr (WithSize) {
                 self.complete(error, bytes);
             } else {
@@ -150,15 +145,15 @@ private:
 
     template <bool WithSize, class Attempt, class Token>
     auto start(Attempt attempt, Token&& token, FirstStep firstStep = FirstStep::post) {
-        using Signature = std::conditional_t<WithSize, void(boost::system::error_code, std::size_t),
-                                             void(boost::system::error_code)>;
+        using Signature =
+            std::conditional_t<WithSize, void(boost::system::error_code, std::size_t), void(boost::system::error_code)>;
         return boost::asio::async_compose<Token, Signature>(
             Operation<WithSize, Attempt>{*this, std::move(attempt), firstStep}, token, socket_);
     }
 
-    template <class Buffer, class Buffers>
-    static Buffer firstBuffer(const Buffers& buffers) {
-        for (auto it = boost::asio::buffer_sequence_begin(buffers); it != boost::asio::buffer_sequence_end(buffers); ++it) {
+    template <class Buffer, class Buffers> static Buffer firstBuffer(const Buffers& buffers) {
+        for (auto it = boost::asio::buffer_sequence_begin(buffers); it != boost::asio::buffer_sequence_end(buffers);
+             ++it) {
             const Buffer buffer(*it);
             if (buffer.size() > 0) {
                 return buffer;
@@ -181,8 +176,7 @@ void beast_close_socket(TlsStream& stream);
 // How a WebSocket over this stream ends after its closing handshake: close_notify, then the socket.
 void teardown(boost::beast::role_type role, TlsStream& stream, boost::system::error_code& error);
 
-template <class Handler>
-void async_teardown(boost::beast::role_type, TlsStream& stream, Handler&& handler) {
+template <class Handler> void async_teardown(boost::beast::role_type, TlsStream& stream, Handler&& handler) {
     stream.async_shutdown([&stream, handler = std::forward<Handler>(handler)](boost::system::error_code) mutable {
         boost::system::error_code ignored;
         stream.socket().shutdown(boost::asio::ip::tcp::socket::shutdown_both, ignored);

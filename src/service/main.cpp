@@ -27,8 +27,8 @@ void raiseOpenFileLimit() {
             return;
         }
     }
-    ServiceLog::info("open file limit: " + (limit.rlim_cur == RLIM_INFINITY ? std::string("unlimited")
-                                                                            : std::to_string(limit.rlim_cur)));
+    ServiceLog::info("open file limit: " +
+                     (limit.rlim_cur == RLIM_INFINITY ? std::string("unlimited") : std::to_string(limit.rlim_cur)));
 }
 
 int serve(const ServerOptions& options) {

@@ -137,8 +137,9 @@ TEST_F(CompanionServiceConnectionTest, RevokedOrExpiredWithdrawsThePairing) {
         // "paired" true does not matter: only "status" decides.
         fresh.respond(statusPath, 200, statusReply(status, std::nullopt, std::nullopt, true));
         EXPECT_FALSE(fresh.storeIsPaired());
-        EXPECT_EQ(fresh.events, (std::vector<std::string>{"state:unpaired", "phones:0",
-                                                          "error:This computer was removed from your paired computers."}));
+        EXPECT_EQ(fresh.events,
+                  (std::vector<std::string>{"state:unpaired", "phones:0",
+                                            "error:This computer was removed from your paired computers."}));
         EXPECT_EQ(fresh.queue.pendingDelayedCount(), 0u);
     }
 }
@@ -164,7 +165,8 @@ TEST_F(CompanionServiceConnectionTest, OtherAnswersLeadToAReconnectionNotToUnpai
         {"403", [](CompanionServiceHarness& h) { h.respond(statusPath, 403, "{}"); }},
         {"500", [](CompanionServiceHarness& h) { h.respond(statusPath, 500, R"({"error":"down"})"); }},
         {"no network", [](CompanionServiceHarness& h) { h.failTransport(statusPath); }},
-        {"not HTTP", [](CompanionServiceHarness& h) {
+        {"not HTTP",
+         [](CompanionServiceHarness& h) {
              h.http.failNotHttp(*h.http.oldestPendingFor(statusPath));
              h.settle();
          }},
@@ -216,7 +218,7 @@ TEST_F(CompanionServiceConnectionTest, StopWithAReconnectionPendingCancelsItClos
     second.deliverError(); // a second status check is now open too
     settle();
     respond(statusPath, 200, statusReply("active")); // the first answer schedules a reconnection
-    service->resumeAfterAccessibilityPermission(); // and a socket opens while it is pending
+    service->resumeAfterAccessibilityPermission();   // and a socket opens while it is pending
     settle();
     ASSERT_EQ(sockets.taskCount(), 3u);
     auto& third = lastSocket();
@@ -275,8 +277,7 @@ TEST_F(CompanionServiceConnectionTest, AStatusAnswerAfterANewSocketStillSchedule
     EXPECT_FALSE(second.wasCancelled());
     second.deliverText(R"({"type":"connected"})");
     settle();
-    EXPECT_EQ(states,
-              (std::vector<State>{State::connecting, State::connected, State::reconnecting, State::connected}));
+    EXPECT_EQ(states, (std::vector<State>{State::connecting, State::connected, State::reconnecting, State::connected}));
 }
 
 TEST_F(CompanionServiceConnectionTest, ALossAfterTheStoreLostItsPairingAsksNothing) {

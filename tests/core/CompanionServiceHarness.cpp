@@ -3,7 +3,9 @@
 #include <nlohmann/json.hpp>
 
 namespace keyferry {
-void PrintTo(CompanionConnectionState state, std::ostream* out) { *out << harness::name(state); }
+void PrintTo(CompanionConnectionState state, std::ostream* out) {
+    *out << harness::name(state);
+}
 } // namespace keyferry
 
 namespace keyferry::harness {
@@ -38,8 +40,8 @@ std::string statusReply(const std::string& status, std::optional<bool> pairingPe
 }
 
 std::string pairingReply(std::optional<std::string> token, std::int64_t expiresAtMs, const std::string& code) {
-    nlohmann::json reply{{"computerId", "computer-1"}, {"pairCode", code}, {"expiresAt", expiresAtMs},
-                         {"status", "pending"}};
+    nlohmann::json reply{
+        {"computerId", "computer-1"}, {"pairCode", code}, {"expiresAt", expiresAtMs}, {"status", "pending"}};
     if (token) {
         reply["computerToken"] = *token;
     }
@@ -101,8 +103,8 @@ void CompanionServiceDefaults::setStringArray(const std::string& key, const std:
 }
 
 CompanionServiceHarness::CompanionServiceHarness(const std::string& serviceURL, const std::string& thisComputersName) {
-    const CompanionServicePorts ports{queue, mainThread, clock, http, sockets, defaults, secrets, keyboard,
-                                      accessibility};
+    const CompanionServicePorts ports{queue,    mainThread, clock,    http,         sockets,
+                                      defaults, secrets,    keyboard, accessibility};
     service = CompanionService::make(ports, serviceURL, thisComputersName);
     service->onStateChange = [this](CompanionConnectionState state) {
         states.push_back(state);

@@ -14,8 +14,8 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <ostream>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -38,13 +38,16 @@ inline constexpr const char* statusPath = "v1/computers/pair/status";
 inline constexpr const char* phonesPath = "v1/computers/phones";
 inline constexpr const char* removePath = "v1/computers/phones/remove";
 
-inline std::string url(const std::string& path) { return std::string(baseURL) + "/" + path; }
+inline std::string url(const std::string& path) {
+    return std::string(baseURL) + "/" + path;
+}
 
 // JSON replies and frames of the service.
 std::string phonesReply(const std::vector<PairedPhone>& phones);
 std::string statusReply(const std::string& status, std::optional<bool> pairingPending = std::nullopt,
                         std::optional<bool> pairingExpired = std::nullopt, bool paired = false);
-std::string pairingReply(std::optional<std::string> token, std::int64_t expiresAtMs, const std::string& code = "K7Q-42F");
+std::string pairingReply(std::optional<std::string> token, std::int64_t expiresAtMs,
+                         const std::string& code = "K7Q-42F");
 std::string insertText(const std::string& id, const std::string& text);
 PairedPhone phone(const std::string& id);
 

@@ -65,8 +65,8 @@ TEST_F(CompanionServicePairingTest, TheCodeExpiryIsTheReplysMillisecondsAsSecond
     settle();
     respond(startPath, 200, pairingReply("fresh-token", 1'800'000'123'456));
     ASSERT_EQ(pairCodes.size(), 1u);
-    const auto sinceEpoch = std::chrono::duration_cast<std::chrono::microseconds>(
-        pairCodes[0].second.time_since_epoch());
+    const auto sinceEpoch =
+        std::chrono::duration_cast<std::chrono::microseconds>(pairCodes[0].second.time_since_epoch());
     EXPECT_EQ(sinceEpoch.count(), 1'800'000'123'456'000LL);
 }
 
@@ -78,8 +78,8 @@ TEST_F(CompanionServicePairingTest, AnExpiryBeyondWhatTheTimeTypeHoldsIsPinnedTo
         fresh.settle();
         fresh.respond(startPath, 200, pairingReply("fresh-token", expiresAt));
         ASSERT_EQ(fresh.pairCodes.size(), 1u);
-        EXPECT_EQ(fresh.pairCodes[0].second, expiresAt > 0 ? CompanionService::PairCodeExpiry::max()
-                                                            : CompanionService::PairCodeExpiry::min());
+        EXPECT_EQ(fresh.pairCodes[0].second,
+                  expiresAt > 0 ? CompanionService::PairCodeExpiry::max() : CompanionService::PairCodeExpiry::min());
     }
 }
 
@@ -242,11 +242,11 @@ TEST_F(CompanionServicePairingTest, AddingAPhoneLeavesStateAndConnectionAlone) {
     advance(1.8);
     respond(statusPath, 200, statusReply("pending")); // pairingPending absent: still waiting
     advance(1.8);
-    respond(statusPath, 200, R"({"computerId":"c","name":"n","status":"s","paired":true,"expiresAt":1,"pairingPending":null})");
+    respond(statusPath, 200,
+            R"({"computerId":"c","name":"n","status":"s","paired":true,"expiresAt":1,"pairingPending":null})");
     advance(1.8);
     EXPECT_EQ(statusRequests(), 4u);
-    EXPECT_EQ(headerValue(http.request(http.indicesForPath(statusPath)[0]).headers, "Authorization"),
-              "Bearer token-1");
+    EXPECT_EQ(headerValue(http.request(http.indicesForPath(statusPath)[0]).headers, "Authorization"), "Bearer token-1");
     const auto phoneRequests = requestsTo(phonesPath);
     respond(statusPath, 200, statusReply("pending", false));
     EXPECT_EQ(requestsTo(phonesPath), phoneRequests + 1);

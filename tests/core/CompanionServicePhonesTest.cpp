@@ -57,9 +57,8 @@ TEST_F(CompanionServicePhonesTest, BackgroundRefreshesThatFailOnTheNetworkChange
     respond(statusPath, 200, statusReply("pending", false));
     failTransport(phonesPath); // the refresh after a phone was added
     EXPECT_EQ(requestsTo(phonesPath), 4u);
-    EXPECT_EQ(events, (std::vector<std::string>{"state:creatingCode", "state:waitingForPhone", "code:K7Q-42F",
-                                                "paired", "state:connecting", "state:connected", "code:K7Q-42F",
-                                                "paired"}));
+    EXPECT_EQ(events, (std::vector<std::string>{"state:creatingCode", "state:waitingForPhone", "code:K7Q-42F", "paired",
+                                                "state:connecting", "state:connected", "code:K7Q-42F", "paired"}));
 }
 
 TEST_F(CompanionServicePhonesTest, A401OnABackgroundRefreshStillUnpairs) {

@@ -344,8 +344,8 @@ TEST(CompanionServiceSession, TwoThousandTextsThroughAFailingConnection) {
     EXPECT_GT(std::ranges::count(session.observedDelays, 15.0), 0);
     EXPECT_GT(session.typedOrder.size(), sessionMessages - session.redeliveries - session.typingFailures - 1);
     std::cout << "messages " << session.messages << ", typed " << session.typedOrder.size() << ", re-deliveries "
-              << session.redeliveries << ", typing failures " << session.typingFailures << ", losses "
-              << session.losses << ", reconnection delays " << session.observedDelays.size() << ", sockets "
+              << session.redeliveries << ", typing failures " << session.typingFailures << ", losses " << session.losses
+              << ", reconnection delays " << session.observedDelays.size() << ", sockets "
               << session.h.sockets.taskCount() << ", virtual seconds " << session.h.queue.now() << "\n";
 }
 

@@ -195,9 +195,9 @@ TEST_F(CompanionServiceSocketTest, BackgroundRefreshFailuresAreSilent) {
 TEST_F(CompanionServiceSocketTest, FramesThatDoNotFitAreIgnored) {
     auto& socket = connected();
     const auto refreshes = requestsTo(phonesPath);
-    for (const char* frame : {R"({"id":"A","text":"T"})", "not json", R"({"type":"pong"})",
-                              R"({"type":"insert_text","id":7,"text":"T"})", R"({"type":"greeting","id":"A"})",
-                              R"(["insert_text"])"}) {
+    for (const char* frame :
+         {R"({"id":"A","text":"T"})", "not json", R"({"type":"pong"})", R"({"type":"insert_text","id":7,"text":"T"})",
+          R"({"type":"greeting","id":"A"})", R"(["insert_text"])"}) {
         socket.deliverText(frame);
         settle();
     }

@@ -92,9 +92,9 @@ TEST_F(CompanionServiceStateTest, EveryReportWithoutItsCallbackIsDropped) {
     settle();
     respond(startPath, 200, pairingReply("fresh-token", 1'800'000'600'000));
     advance(1.8);
-    respond(statusPath, 200, statusReply("active")); // the pairing completed
+    respond(statusPath, 200, statusReply("active"));      // the pairing completed
     respond(phonesPath, 200, phonesReply({phone("p1")})); // a phone list
-    lastSocket().deliverText(insertText("A", "typed")); // a text inserted
+    lastSocket().deliverText(insertText("A", "typed"));   // a text inserted
     settle();
     keyboard.failAtPost(1);
     lastSocket().deliverText(insertText("B", "not typed")); // the permission needed

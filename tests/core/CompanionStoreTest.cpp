@@ -47,7 +47,9 @@ TEST_F(CompanionStoreTest, PairedWhenFlagIdAndTokenArePresent) {
     EXPECT_TRUE(store.isPaired());
 }
 
-TEST_F(CompanionStoreTest, FreshInstallationIsNotPaired) { EXPECT_FALSE(store.isPaired()); }
+TEST_F(CompanionStoreTest, FreshInstallationIsNotPaired) {
+    EXPECT_FALSE(store.isPaired());
+}
 
 TEST_F(CompanionStoreTest, PairedFlagTrueWithEmptyComputerIdIsNotPaired) {
     pairFully();
@@ -171,7 +173,9 @@ TEST_F(CompanionStoreTest, ClearPairingIgnoresAFailingDelete) {
     EXPECT_FALSE(store.isPaired());
 }
 
-TEST_F(CompanionStoreTest, ProcessedMessagesStartEmpty) { EXPECT_FALSE(store.hasProcessedMessage("A")); }
+TEST_F(CompanionStoreTest, ProcessedMessagesStartEmpty) {
+    EXPECT_FALSE(store.hasProcessedMessage("A"));
+}
 
 TEST_F(CompanionStoreTest, RecordedMessageIsProcessedByExactEquality) {
     store.recordProcessedMessage("A");

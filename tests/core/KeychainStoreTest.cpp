@@ -1,5 +1,5 @@
-#include "InMemorySecretBackend.h"
 #include "KeychainStore.h"
+#include "InMemorySecretBackend.h"
 
 #include <gtest/gtest.h>
 

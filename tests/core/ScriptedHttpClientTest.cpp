@@ -47,9 +47,8 @@ TEST(ScriptedHttpClient, AnsweringTwiceIsAMistakeOfTheTest) {
 
 TEST(ScriptedHttpClient, CompletionMaySendAnotherRequest) {
     ScriptedHttpClient http;
-    http.send(requestFor("https://example.test/first"), [&](HttpOutcome) {
-        http.send(requestFor("https://example.test/second"), [](HttpOutcome) {});
-    });
+    http.send(requestFor("https://example.test/first"),
+              [&](HttpOutcome) { http.send(requestFor("https://example.test/second"), [](HttpOutcome) {}); });
     http.respondOldest(200, "");
     EXPECT_EQ(http.pending(), (std::vector<std::size_t>{1}));
 }

@@ -1,6 +1,6 @@
+#include "TextInjector.h"
 #include "RecordingKeyboardPoster.h"
 #include "SettableAccessibilityProbe.h"
-#include "TextInjector.h"
 
 #include <gtest/gtest.h>
 
@@ -159,7 +159,8 @@ TEST_F(TextInjectorTest, FirstPostFailingTypesNothing) {
 }
 
 TEST_F(TextInjectorTest, InvalidUtf8IsTypedAsReplacementCharacters) {
-    EXPECT_TRUE(injector.insert("a\xFF" "b\xC3"));
+    EXPECT_TRUE(injector.insert("a\xFF"
+                                "b\xC3"));
     EXPECT_EQ(keyboard.typedUnits(), u"a\uFFFDb\uFFFD");
 }
 

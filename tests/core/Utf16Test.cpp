@@ -13,20 +13,25 @@ TEST(Utf16FromUtf8, ConvertsEveryPlane) {
 
 TEST(Utf16FromUtf8, EachMaximalIllFormedSequenceBecomesOneReplacementCharacter) {
     EXPECT_EQ(utf16FromUtf8("\xFF"), u"\uFFFD");
-    EXPECT_EQ(utf16FromUtf8("a\x80" "b"), u"a\uFFFDb");              // stray continuation byte
-    EXPECT_EQ(utf16FromUtf8("\xE2\x82"), u"\uFFFD");                  // truncated three-byte sequence
-    EXPECT_EQ(utf16FromUtf8("\xE2\x82" "a"), u"\uFFFDa");
-    EXPECT_EQ(utf16FromUtf8("\xC0\xAF"), u"\uFFFD\uFFFD");            // overlong
-    EXPECT_EQ(utf16FromUtf8("\xE0\x80\xAF"), u"\uFFFD\uFFFD\uFFFD");  // overlong three-byte
-    EXPECT_EQ(utf16FromUtf8("\xED\xA0\x80"), u"\uFFFD\uFFFD\uFFFD");  // encoded surrogate
+    EXPECT_EQ(utf16FromUtf8("a\x80"
+                            "b"),
+              u"a\uFFFDb");                          // stray continuation byte
+    EXPECT_EQ(utf16FromUtf8("\xE2\x82"), u"\uFFFD"); // truncated three-byte sequence
+    EXPECT_EQ(utf16FromUtf8("\xE2\x82"
+                            "a"),
+              u"\uFFFDa");
+    EXPECT_EQ(utf16FromUtf8("\xC0\xAF"), u"\uFFFD\uFFFD");                     // overlong
+    EXPECT_EQ(utf16FromUtf8("\xE0\x80\xAF"), u"\uFFFD\uFFFD\uFFFD");           // overlong three-byte
+    EXPECT_EQ(utf16FromUtf8("\xED\xA0\x80"), u"\uFFFD\uFFFD\uFFFD");           // encoded surrogate
     EXPECT_EQ(utf16FromUtf8("\xF4\x90\x80\x80"), u"\uFFFD\uFFFD\uFFFD\uFFFD"); // above U+10FFFF
-    EXPECT_EQ(utf16FromUtf8("\xF0\x9F\x98"), u"\uFFFD");              // truncated emoji
+    EXPECT_EQ(utf16FromUtf8("\xF0\x9F\x98"), u"\uFFFD");                       // truncated emoji
 }
 
 TEST(Utf8FromUtf16, ConvertsPairsAndReplacesLoneSurrogates) {
     EXPECT_EQ(utf8FromUtf16(u"aé\U0001F600"), "aé\xF0\x9F\x98\x80");
     const std::u16string lone{u'a', static_cast<char16_t>(0xD83D), u'b', static_cast<char16_t>(0xDE00)};
-    EXPECT_EQ(utf8FromUtf16(lone), "a\xEF\xBF\xBD" "b\xEF\xBF\xBD");
+    EXPECT_EQ(utf8FromUtf16(lone), "a\xEF\xBF\xBD"
+                                   "b\xEF\xBF\xBD");
 }
 
 TEST(CodePointsFromUtf16, JoinsPairsAndReplacesLoneSurrogates) {

@@ -1,5 +1,5 @@
-#include "ManualSerialQueue.h"
 #include "VirtualClock.h"
+#include "ManualSerialQueue.h"
 
 #include <gtest/gtest.h>
 
@@ -47,9 +47,8 @@ TEST_F(VirtualClockTest, AmongEqualDeadlinesTheFirstScheduledRunsFirstWhicheverQ
 }
 
 TEST_F(VirtualClockTest, WorkScheduledOnAnotherQueueInsideTheWindowRunsWhenDue) {
-    service.postAfter(1, [&] {
-        shell.postAfter(0.5, [&] { ran.push_back("posted " + std::to_string(clock.now())); });
-    });
+    service.postAfter(1,
+                      [&] { shell.postAfter(0.5, [&] { ran.push_back("posted " + std::to_string(clock.now())); }); });
     const auto timer = shell.startTimer(0.75, 0.75, [&] { ran.push_back("tick " + std::to_string(clock.now())); });
     clock.advance(2);
     EXPECT_EQ(ran, (std::vector<std::string>{"tick 0.750000", "tick 1.500000", "posted 1.500000"}));

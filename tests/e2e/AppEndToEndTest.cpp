@@ -15,7 +15,9 @@ namespace {
 
 using namespace std::chrono_literals;
 
-const std::string mixedText = "Grüße aus Köln — Привет, мир! こんにちは世界 مرحبا بالعالم नमस्ते 👋🏽 🇩🇪 👨‍👩‍👧 ✓\nzweite Zeile";
+const std::string mixedText = "Grüße aus Köln — Привет, мир! "
+                              "こんにちは世界 مرحبا بالعالم नमस्ते "
+                              "👋🏽 🇩🇪 👨‍👩‍👧 ✓\nzweite Zeile";
 
 TEST(AppEndToEndTest, APhoneTypesIntoTheFocusedWindowThroughTheService) {
     TempFolder folder;

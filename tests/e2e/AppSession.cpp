@@ -47,18 +47,23 @@ void require(bool condition, const std::string& what) {
 AppSession::AppSession(const std::filesystem::path& folder) : folder_(folder) {
     keyring_ = std::make_unique<HelperProcess>(std::vector<std::string>{
         "sh", "-c", "printf keyferry-e2e | exec gnome-keyring-daemon --foreground --unlock --components=secrets"});
-    require(testing::waitUntil([] {
-        return std::system("dbus-send --session --print-reply --dest=org.freedesktop.DBus /org/freedesktop/DBus "
-                           "org.freedesktop.DBus.NameHasOwner string:org.freedesktop.secrets 2>/dev/null | grep -q true") == 0;
-    }, 20s), "gnome-keyring did not start");
+    require(testing::waitUntil(
+                [] {
+                    return std::system(
+                               "dbus-send --session --print-reply --dest=org.freedesktop.DBus /org/freedesktop/DBus "
+                               "org.freedesktop.DBus.NameHasOwner string:org.freedesktop.secrets 2>/dev/null | grep -q "
+                               "true") == 0;
+                },
+                20s),
+            "gnome-keyring did not start");
 
     service_ = std::make_unique<HelperProcess>(std::vector<std::string>{
         KEYFERRY_SERVICE_PROGRAM, "--listen", KEYFERRY_E2E_LISTEN, "--data", (folder_ / "service").string(), "--cert",
         KEYFERRY_E2E_CERTIFICATES "/server.pem", "--key", KEYFERRY_E2E_CERTIFICATES "/server-key.pem"});
     require(service_->readLine(20s).value_or("").find("listening") != std::string::npos, "the service did not start");
 
-    receiver_ = std::make_unique<HelperProcess>(
-        std::vector<std::string>{KEYFERRY_QT_RECEIVER, receivedFile().string(), "0"});
+    receiver_ =
+        std::make_unique<HelperProcess>(std::vector<std::string>{KEYFERRY_QT_RECEIVER, receivedFile().string(), "0"});
     app_ = std::make_unique<HelperProcess>(std::vector<std::string>{KEYFERRY_E2E_APP});
     require(testing::waitUntil([] { return !visibleWindow("Keyferry").empty(); }, 30s),
             "the application showed no window");
@@ -77,12 +82,15 @@ std::string AppSession::requestPairingCode() {
     require(std::system(("timeout 10 xdotool windowfocus --sync " + window + " key Return").c_str()) == 0,
             "could not press Return in the application's window");
     std::string code;
-    require(testing::waitUntil([&] {
-        SqliteStorage storage((folder_ / "service" / "keyferry.sqlite3").string());
-        const auto codes = storage.livePairCodes(SystemClock().nowMs());
-        code = codes.size() == 1 ? codes.front().code : std::string();
-        return !code.empty();
-    }, 30s), "no pairing code was made");
+    require(testing::waitUntil(
+                [&] {
+                    SqliteStorage storage((folder_ / "service" / "keyferry.sqlite3").string());
+                    const auto codes = storage.livePairCodes(SystemClock().nowMs());
+                    code = codes.size() == 1 ? codes.front().code : std::string();
+                    return !code.empty();
+                },
+                30s),
+            "no pairing code was made");
     require(testing::waitUntil([] { return !visibleWindow("Pair a phone").empty(); }, 10s),
             "the code window did not open");
     return code;

@@ -18,7 +18,9 @@ namespace {
 using nlohmann::json;
 using namespace std::chrono_literals;
 
-const std::string mixedText = "Grüße aus Köln — Привет, мир! こんにちは世界 مرحبا بالعالم नमस्ते 👋🏽 🇩🇪 👨‍👩‍👧 ✓\nzweite Zeile";
+const std::string mixedText = "Grüße aus Köln — Привет, мир! "
+                              "こんにちは世界 مرحبا بالعالم नमस्ते "
+                              "👋🏽 🇩🇪 👨‍👩‍👧 ✓\nzweite Zeile";
 
 std::map<std::string, std::string> privateHome(const std::filesystem::path& home) {
     std::filesystem::create_directories(home);
@@ -65,12 +67,14 @@ TEST(PhonePageTest, PairSendFollowUntilTypedAndSeeThePairingRemoved) {
     socket.ack((*frame)["id"]);
 
     ASSERT_EQ(browser.readLine(30s), "typed");
-    const auto removal = client.post("/v1/computers/phones/remove", computerToken, json{{"pairingId", phones[0]["id"]}});
+    const auto removal =
+        client.post("/v1/computers/phones/remove", computerToken, json{{"pairingId", phones[0]["id"]}});
     EXPECT_EQ(removal.json["removed"], true);
     ASSERT_EQ(browser.readLine(30s), "removed");
     EXPECT_EQ(browser.waitForExit(30s), 0);
     for (const char* shot : {"1-pair", "2-offline", "3-typed", "4-removed"}) {
-        EXPECT_GT(std::filesystem::file_size(screenshots / ("phone-page-" + std::string(shot) + ".png")), 1000u) << shot;
+        EXPECT_GT(std::filesystem::file_size(screenshots / ("phone-page-" + std::string(shot) + ".png")), 1000u)
+            << shot;
     }
 }
 

@@ -2,9 +2,10 @@
 
 namespace keyferry::fakes {
 
-FakeClock::FakeClock(const ManualSerialQueue& virtualTime, double startEpoch)
-    : queue(virtualTime), epoch(startEpoch) {}
+FakeClock::FakeClock(const ManualSerialQueue& virtualTime, double startEpoch) : queue(virtualTime), epoch(startEpoch) {}
 
-double FakeClock::now() const { return epoch + queue.now(); }
+double FakeClock::now() const {
+    return epoch + queue.now();
+}
 
 } // namespace keyferry::fakes

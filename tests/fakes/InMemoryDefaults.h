@@ -22,9 +22,7 @@ public:
 
     void setString(const std::string& key, const std::string& value) override { values[key] = value; }
     void setBoolean(const std::string& key, bool value) override { values[key] = value; }
-    void setStringArray(const std::string& key, const std::vector<std::string>& value) override {
-        values[key] = value;
-    }
+    void setStringArray(const std::string& key, const std::vector<std::string>& value) override { values[key] = value; }
     void remove(const std::string& key) override { values.erase(key); }
 
     bool contains(const std::string& key) const { return values.contains(key); }
@@ -32,8 +30,7 @@ public:
     std::map<std::string, Value> values;
 
 private:
-    template <typename T>
-    std::optional<T> read(const std::string& key) const {
+    template <typename T> std::optional<T> read(const std::string& key) const {
         auto found = values.find(key);
         if (found == values.end() || !std::holds_alternative<T>(found->second)) {
             return std::nullopt;

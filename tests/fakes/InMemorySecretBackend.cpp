@@ -16,8 +16,7 @@ std::optional<SecretStatus> InMemorySecretBackend::forcedStatus(Operation operat
     return std::nullopt;
 }
 
-void InMemorySecretBackend::record(Operation operation, const SecretQuery& query,
-                                   std::optional<std::string> value) {
+void InMemorySecretBackend::record(Operation operation, const SecretQuery& query, std::optional<std::string> value) {
     recorded.push_back(Call{operation, query, std::move(value)});
 }
 
@@ -65,7 +64,9 @@ SecretStatus InMemorySecretBackend::remove(const SecretQuery& query) {
     return items.erase(keyOf(query)) > 0 ? secretSuccess : secretItemNotFound;
 }
 
-void InMemorySecretBackend::failNext(Operation operation, SecretStatus status) { nextFailures[operation] = status; }
+void InMemorySecretBackend::failNext(Operation operation, SecretStatus status) {
+    nextFailures[operation] = status;
+}
 
 void InMemorySecretBackend::failAlways(Operation operation, SecretStatus status) {
     persistentFailures[operation] = status;

@@ -33,8 +33,7 @@ public:
 
     SecretStatus find(const SecretQuery& query, std::string& value) override;
     SecretStatus update(const SecretQuery& query, const std::string& value) override;
-    SecretStatus add(const SecretQuery& query, const std::string& value,
-                     SecretAccessibility accessibility) override;
+    SecretStatus add(const SecretQuery& query, const std::string& value, SecretAccessibility accessibility) override;
     SecretStatus remove(const SecretQuery& query) override;
 
     // The next call of `operation` answers `status` without touching the items.

@@ -51,11 +51,17 @@ ManualSerialQueue::ManualSerialQueue() : ownClock(std::make_unique<VirtualClock>
     time.attach(*this);
 }
 
-ManualSerialQueue::ManualSerialQueue(VirtualClock& sharedClock) : time(sharedClock) { time.attach(*this); }
+ManualSerialQueue::ManualSerialQueue(VirtualClock& sharedClock) : time(sharedClock) {
+    time.attach(*this);
+}
 
-ManualSerialQueue::~ManualSerialQueue() { time.detach(*this); }
+ManualSerialQueue::~ManualSerialQueue() {
+    time.detach(*this);
+}
 
-double ManualSerialQueue::now() const { return time.now(); }
+double ManualSerialQueue::now() const {
+    return time.now();
+}
 
 void ManualSerialQueue::post(std::function<void()> task) {
     schedule(clockNanoseconds(), Entry{Kind::task, std::move(task), nullptr, nullptr});
@@ -150,7 +156,9 @@ std::size_t ManualSerialQueue::runUntilIdle() {
     return count;
 }
 
-std::size_t ManualSerialQueue::advance(double seconds) { return time.advance(seconds); }
+std::size_t ManualSerialQueue::advance(double seconds) {
+    return time.advance(seconds);
+}
 
 std::size_t ManualSerialQueue::pendingTaskCount() const {
     return static_cast<std::size_t>(
@@ -158,15 +166,13 @@ std::size_t ManualSerialQueue::pendingTaskCount() const {
 }
 
 std::size_t ManualSerialQueue::pendingDelayedCount() const {
-    return static_cast<std::size_t>(std::ranges::count_if(entries, [this](const auto& item) {
-        return item.second.kind == Kind::delayed && isLive(item.second);
-    }));
+    return static_cast<std::size_t>(std::ranges::count_if(
+        entries, [this](const auto& item) { return item.second.kind == Kind::delayed && isLive(item.second); }));
 }
 
 std::size_t ManualSerialQueue::activeTimerCount() const {
-    return static_cast<std::size_t>(std::ranges::count_if(entries, [this](const auto& item) {
-        return item.second.kind == Kind::timerTick && isLive(item.second);
-    }));
+    return static_cast<std::size_t>(std::ranges::count_if(
+        entries, [this](const auto& item) { return item.second.kind == Kind::timerTick && isLive(item.second); }));
 }
 
 std::optional<double> ManualSerialQueue::nextDeadline() const {

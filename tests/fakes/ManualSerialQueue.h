@@ -57,10 +57,10 @@ public:
     std::size_t advance(double seconds);
 
     // Introspection for tests (cancelled entries are not counted).
-    std::size_t pendingTaskCount() const;    // posted tasks not yet run
-    std::size_t pendingDelayedCount() const; // postAfter() work not yet run
-    std::size_t activeTimerCount() const;    // timers not cancelled
-    std::optional<double> nextDeadline() const; // virtual time of the earliest live entry
+    std::size_t pendingTaskCount() const;              // posted tasks not yet run
+    std::size_t pendingDelayedCount() const;           // postAfter() work not yet run
+    std::size_t activeTimerCount() const;              // timers not cancelled
+    std::optional<double> nextDeadline() const;        // virtual time of the earliest live entry
     std::optional<double> nextDelayedDeadline() const; // virtual time of the earliest postAfter() work
 
     static std::int64_t toNanoseconds(double seconds);
@@ -75,7 +75,7 @@ private:
     class Timer;
     struct Entry {
         Kind kind;
-        std::function<void()> work; // for tasks and delayed work
+        std::function<void()> work;         // for tasks and delayed work
         std::shared_ptr<Liveness> liveness; // for delayed work
         std::shared_ptr<TimerState> timer;  // for timer ticks
     };

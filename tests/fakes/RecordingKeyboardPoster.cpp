@@ -18,7 +18,9 @@ bool RecordingKeyboardPoster::canType(std::u16string_view text) {
     return text.find_first_of(untypable) == std::u16string_view::npos;
 }
 
-void RecordingKeyboardPoster::failAtPost(std::size_t n) { failingAttempt = n == 0 ? 0 : attemptCount + n; }
+void RecordingKeyboardPoster::failAtPost(std::size_t n) {
+    failingAttempt = n == 0 ? 0 : attemptCount + n;
+}
 
 std::vector<std::size_t> RecordingKeyboardPoster::chunkSizes() const {
     std::vector<std::size_t> sizes;
@@ -37,7 +39,9 @@ std::u16string RecordingKeyboardPoster::typedUnits() const {
     return all;
 }
 
-std::string RecordingKeyboardPoster::typedText() const { return utf8FromUtf16(typedUnits()); }
+std::string RecordingKeyboardPoster::typedText() const {
+    return utf8FromUtf16(typedUnits());
+}
 
 void RecordingKeyboardPoster::prepare(std::u16string_view text) {
     announced.push_back(Announcement{std::u16string(text), posted.size()});

@@ -62,8 +62,7 @@ bool ScriptedHttpClient::urlHasPath(std::string_view url, std::string_view path)
     if (urlPath == path) {
         return true;
     }
-    return urlPath.size() > path.size() && urlPath.ends_with(path) &&
-           urlPath[urlPath.size() - path.size() - 1] == '/';
+    return urlPath.size() > path.size() && urlPath.ends_with(path) && urlPath[urlPath.size() - path.size() - 1] == '/';
 }
 
 std::vector<std::size_t> ScriptedHttpClient::indicesForPath(std::string_view path) const {
@@ -122,7 +121,9 @@ void ScriptedHttpClient::failTransport(std::size_t index, std::string descriptio
     complete(index, TransportError{std::move(description)});
 }
 
-void ScriptedHttpClient::failNotHttp(std::size_t index) { complete(index, NotHttpResponse{}); }
+void ScriptedHttpClient::failNotHttp(std::size_t index) {
+    complete(index, NotHttpResponse{});
+}
 
 void ScriptedHttpClient::respondOldest(int status, std::string body, HttpHeaders headers) {
     respond(oldestPending(), status, std::move(body), std::move(headers));
@@ -132,7 +133,9 @@ void ScriptedHttpClient::failTransportOldest(std::string description) {
     failTransport(oldestPending(), std::move(description));
 }
 
-void ScriptedHttpClient::failNotHttpOldest() { failNotHttp(oldestPending()); }
+void ScriptedHttpClient::failNotHttpOldest() {
+    failNotHttp(oldestPending());
+}
 
 void ScriptedHttpClient::respondTo(std::string_view path, int status, std::string body, HttpHeaders headers) {
     respond(requirePendingFor(path), status, std::move(body), std::move(headers));

@@ -12,8 +12,7 @@ void ScriptedWebSocketTask::receive(std::function<void(WebSocketReceiveResult)> 
     receivers.push_back(std::move(completion));
 }
 
-void ScriptedWebSocketTask::sendText(std::string text,
-                                     std::function<void(std::optional<WebSocketError>)> completion) {
+void ScriptedWebSocketTask::sendText(std::string text, std::function<void(std::optional<WebSocketError>)> completion) {
     if (onSend) {
         onSend(text);
     }

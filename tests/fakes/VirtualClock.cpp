@@ -7,11 +7,17 @@
 
 namespace keyferry::fakes {
 
-double VirtualClock::now() const { return static_cast<double>(nanoseconds) / 1e9; }
+double VirtualClock::now() const {
+    return static_cast<double>(nanoseconds) / 1e9;
+}
 
-void VirtualClock::attach(ManualSerialQueue& queue) { queues.push_back(&queue); }
+void VirtualClock::attach(ManualSerialQueue& queue) {
+    queues.push_back(&queue);
+}
 
-void VirtualClock::detach(ManualSerialQueue& queue) { std::erase(queues, &queue); }
+void VirtualClock::detach(ManualSerialQueue& queue) {
+    std::erase(queues, &queue);
+}
 
 std::size_t VirtualClock::advance(double seconds) {
     if (std::ranges::any_of(queues, [](const ManualSerialQueue* queue) { return queue->isCurrent(); })) {

@@ -39,7 +39,8 @@ const std::vector<Section>& everydaySections() {
         {1000, {"Καλημέρα σας, τι κάνετε;", "ΚΑΛΗΜΕΡΑ ΑΘΗΝΑ."}},
         {900, {"我能吞下玻璃而不伤身体。", "こんにちは、ありがとう。"}},
         {800,
-         {"Hi 👋 👋🏽 thumbs 👍🏻 👍🏿", "Family 👨‍👩‍👧‍👦 and 👩‍💻 at work", "Flags 🇫🇷 🇯🇵 and ❤️ 🎉"}},
+         {"Hi 👋 👋🏽 thumbs 👍🏻 👍🏿", "Family 👨‍👩‍👧‍👦 and 👩‍💻 at work",
+          "Flags 🇫🇷 🇯🇵 and ❤️ 🎉"}},
         {600, {"e\u0301 a\u0300 n\u0303 o\u0308 u\u0308 A\u030A"}},
         {1000, {"name\tage\tcity", "Ada\t36\tLondon", "Linus\t54\tPortland", "\tindented\t\tdouble tab"}},
     };
@@ -67,8 +68,10 @@ const std::vector<Section>& manyScriptSections() {
          {"今天天气很好，我们去公园散步吧！", "私はガラスを食べられます。それは私を傷つけません。",
           "나는 유리를 먹을 수 있어요. 그래도 아프지 않아요."}},
         {900,
-         {"Hi 👋 👋🏽 👋🏿 thumbs 👍🏻 👍🏾", "Family 👨‍👩‍👧‍👦 and 👩‍💻 👨🏾‍🚀 at work",
-          "Flags 🇫🇷 🇯🇵 🇺🇦 🇧🇷 and 🏳️‍🌈 ❤️ ✔️", "Party 🎉🥳🍕 math 𝛑 ≈ 3.14 ∑ ∞"}},
+         {"Hi 👋 👋🏽 👋🏿 thumbs 👍🏻 👍🏾",
+          "Family 👨‍👩‍👧‍👦 and 👩‍💻 👨🏾‍🚀 at work",
+          "Flags 🇫🇷 🇯🇵 🇺🇦 🇧🇷 and 🏳️‍🌈 ❤️ ✔️",
+          "Party 🎉🥳🍕 math 𝛑 ≈ 3.14 ∑ ∞"}},
         {600, {"Z\u0351\u0342a\u0334l\u0336g\u0337o\u0335", "q\u0307\u0323 s\u0323\u0307 i\u0328\u0301"}},
         {800, {"name\tage\tcity", "\tindented\t\tdouble tab"}},
     };
@@ -122,8 +125,8 @@ void appendUtf8(std::string& text, char32_t character) {
 
 std::string chineseSampleText(std::size_t characters, std::size_t distinct) {
     constexpr char32_t firstIdeograph = 0x4E00;
-    constexpr std::size_t ideographs = 20902;   // U+4E00..U+9FA5
-    constexpr std::size_t stride = 37;          // coprime with the range: every pick is a different ideograph
+    constexpr std::size_t ideographs = 20902; // U+4E00..U+9FA5
+    constexpr std::size_t stride = 37;        // coprime with the range: every pick is a different ideograph
     std::string text;
     std::uint32_t random = 12345;
     std::size_t introduced = 0;
@@ -145,9 +148,13 @@ std::string chineseSampleText(std::size_t characters, std::size_t distinct) {
     return text;
 }
 
-std::string mixedSampleText(std::size_t characters) { return sampleText(everydaySections(), characters); }
+std::string mixedSampleText(std::size_t characters) {
+    return sampleText(everydaySections(), characters);
+}
 
-std::string manyScriptSampleText(std::size_t characters) { return sampleText(manyScriptSections(), characters); }
+std::string manyScriptSampleText(std::size_t characters) {
+    return sampleText(manyScriptSections(), characters);
+}
 
 std::string withTypedLineEnds(const std::string& text) {
     std::string typed;

@@ -17,7 +17,6 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-
 #include <chrono>
 #include <cstdio>
 #include <string>
@@ -28,11 +27,11 @@ namespace {
 
 using namespace std::chrono_literals;
 using State = CompanionConnectionState;
+using testing::processEventsUntil;
 using testing::TestHttpReply;
 using testing::TestHttpRequest;
 using testing::TestMailbox;
 using testing::TestWebSocketPeer;
-using testing::processEventsUntil;
 
 const QByteArray pairStartPath = "/v1/computers/pair/start";
 const QByteArray pairStatusPath = "/v1/computers/pair/status";
@@ -40,12 +39,13 @@ const QByteArray phonesPath = "/v1/computers/phones";
 const std::string removedText = "This computer was removed from your paired computers.";
 
 QByteArray statusReply(const std::string& status, bool paired) {
-    return QByteArray::fromStdString(nlohmann::json{{"computerId", "computer-1"},
-                                                    {"name", "test desk"},
-                                                    {"status", status},
-                                                    {"paired", paired},
-                                                    {"expiresAt", 4'000'000'000'000LL}}
-                                         .dump());
+    return QByteArray::fromStdString(nlohmann::json{
+        {"computerId", "computer-1"},
+        {"name", "test desk"},
+        {"status", status},
+        {"paired", paired},
+        {"expiresAt",
+         4'000'000'000'000LL}}.dump());
 }
 
 QByteArray phonesReply() {
@@ -102,9 +102,7 @@ protected:
     }
 
     // A computer paired in an earlier run.
-    void pairedBefore() {
-        CompanionStore(defaults, secrets).savePairing("computer-1", "token-1", true);
-    }
+    void pairedBefore() { CompanionStore(defaults, secrets).savePairing("computer-1", "token-1", true); }
 
     bool reached(State state, std::chrono::milliseconds limit = 10s) {
         return processEventsUntil([&] { return !states.values().empty() && states.values().back() == state; }, limit);
@@ -148,8 +146,8 @@ TEST_F(QtCompanionServiceTest, FirstPairingConnectsThenTypesAndAcknowledgesTexts
     service->requestPairingCode();
 
     ASSERT_TRUE(reached(State::connected, 15s));
-    EXPECT_EQ(states.values(), (std::vector<State>{State::creatingCode, State::waitingForPhone, State::connecting,
-                                                   State::connected}));
+    EXPECT_EQ(states.values(),
+              (std::vector<State>{State::creatingCode, State::waitingForPhone, State::connecting, State::connected}));
     EXPECT_EQ(codes.values(), std::vector<std::string>{"123456"});
     EXPECT_EQ(server.requestsTo(pairStartPath).at(0).body, R"({"name":"test desk","platform":"linux"})");
     EXPECT_EQ(server.requestsTo(pairStatusPath).at(0).header("Authorization"), "Bearer token-1");
@@ -200,8 +198,8 @@ TEST_F(QtCompanionServiceTest, ServerCloseLeadsToAStatusCheckAndAReconnection) {
     ASSERT_TRUE(reached(State::connected));
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - closedAt).count();
     std::printf("[ figures ] server closed the socket: connected again after %.3f s (1 s back-off)\n", seconds);
-    EXPECT_EQ(states.values(), (std::vector<State>{State::connecting, State::connected, State::reconnecting,
-                                                   State::connected}));
+    EXPECT_EQ(states.values(),
+              (std::vector<State>{State::connecting, State::connected, State::reconnecting, State::connected}));
     EXPECT_EQ(server.requestsTo(pairStatusPath).size(), 1);
     EXPECT_GE(seconds, 1.0);
 }
@@ -212,7 +210,8 @@ TEST_F(QtCompanionServiceTest, ARevokedPairingFoundAfterALossUnpairs) {
     ASSERT_TRUE(reached(State::connected));
     ASSERT_TRUE(phoneCounts.waitFor(2)); // a list still on its way would arrive after the empty one
     server.setHandler([this](const TestHttpRequest& request) {
-        return request.path == pairStatusPath ? TestHttpReply::json(200, statusReply("revoked", true)) : answer(request);
+        return request.path == pairStatusPath ? TestHttpReply::json(200, statusReply("revoked", true))
+                                              : answer(request);
     });
 
     lastPeer().drop();
@@ -279,8 +278,8 @@ TEST_F(QtCompanionServiceTest, AnsweredPingsKeepTheSocketAndAWithheldPongLeadsTo
     EXPECT_EQ(server.webSocket(0).pingsReceived(), 2);
     EXPECT_GE(newSocket, 40.4);
     ASSERT_TRUE(reached(State::connected));
-    EXPECT_EQ(states.values(), (std::vector<State>{State::connecting, State::connected, State::reconnecting,
-                                                   State::connected}));
+    EXPECT_EQ(states.values(),
+              (std::vector<State>{State::connecting, State::connected, State::reconnecting, State::connected}));
     EXPECT_EQ(server.requestsTo(pairStatusPath).size(), 1);
 }
 

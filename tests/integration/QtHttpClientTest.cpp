@@ -185,8 +185,7 @@ TEST_F(QtHttpClientTest, WaitsForTheNetworkUntilTheServerCanBeReached) {
     const auto [outcome, elapsed] = timedExchange(client, waiting);
 
     std::printf("[ figures ] server listening after 1.2 s: response after %.3f s\n", elapsed);
-    ASSERT_TRUE(std::holds_alternative<HttpResponse>(outcome))
-        << std::get<TransportError>(outcome).description;
+    ASSERT_TRUE(std::holds_alternative<HttpResponse>(outcome)) << std::get<TransportError>(outcome).description;
     EXPECT_EQ(std::get<HttpResponse>(outcome).status, 200);
     EXPECT_GE(elapsed, 1.2);
     EXPECT_EQ(late.requests().size(), 1);

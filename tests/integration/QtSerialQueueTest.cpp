@@ -8,11 +8,11 @@
 #include <QThread>
 
 #include <algorithm>
-#include <numeric>
 #include <chrono>
 #include <cmath>
-#include <limits>
 #include <cstdio>
+#include <limits>
+#include <numeric>
 #include <string>
 #include <thread>
 
@@ -214,7 +214,8 @@ TEST(QtSerialQueueTest, DestructionDropsPendingWorkAndObjectsOfTheQueue) {
         TestMailbox<int> started;
         queue.post([&] {
             child = new QObject(&queue.context());
-            QObject::connect(child.data(), &QObject::destroyed, [&] { events.put("child destroyed on queue: " + std::to_string(queue.isCurrent())); });
+            QObject::connect(child.data(), &QObject::destroyed,
+                             [&] { events.put("child destroyed on queue: " + std::to_string(queue.isCurrent())); });
             started.put(1);
             std::this_thread::sleep_for(std::chrono::milliseconds(50)); // keeps the queue busy while it is destroyed
         });
@@ -242,9 +243,8 @@ TEST(QtSerialQueueTest, OnTheCallingThreadDelayedWorkWaitsItsDelayAndTimersTickU
     QtSerialQueue queue{QtSerialQueue::OnCallingThread{}};
     TestMailbox<std::string> ran;
     const auto start = Clock::now();
-    queue.postAfter(0.05, [&] {
-        ran.put("delayed after " + std::to_string(Milliseconds(Clock::now() - start).count() >= 50));
-    });
+    queue.postAfter(
+        0.05, [&] { ran.put("delayed after " + std::to_string(Milliseconds(Clock::now() - start).count() >= 50)); });
     std::shared_ptr<RepeatingTimer> timer = queue.startTimer(0.01, 0.01, [&] {
         ran.put("tick");
         if (std::ranges::count(ran.values(), std::string("tick")) == 3) {

@@ -14,11 +14,11 @@ namespace keyferry {
 namespace {
 
 using namespace std::chrono_literals;
+using testing::processEventsUntil;
 using testing::TestCertificates;
 using testing::TestMailbox;
 using testing::TestWebSocketPeer;
 using testing::TlsTestServer;
-using testing::processEventsUntil;
 using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
 using SendResult = std::optional<WebSocketError>;
@@ -65,12 +65,9 @@ protected:
         return results.values();
     }
 
-    static bool isError(const WebSocketReceiveResult& result) {
-        return std::holds_alternative<WebSocketError>(result);
-    }
+    static bool isError(const WebSocketReceiveResult& result) { return std::holds_alternative<WebSocketError>(result); }
 
-    QtWebSocketFactory factory{queue, serverTrust(),
-                               QtWebSocketLimits{500ms, oneMebibyte, 1000ms}};
+    QtWebSocketFactory factory{queue, serverTrust(), QtWebSocketLimits{500ms, oneMebibyte, 1000ms}};
 };
 
 TEST_F(QtWebSocketTaskTest, OpensTheGivenPathWithTheRequestHeaders) {
@@ -123,7 +120,8 @@ TEST_F(QtWebSocketTaskTest, SendsTextAndReportsCompletionAlsoWhenAskedBeforeTheS
     EXPECT_FALSE(sent.values()[0].has_value());
     EXPECT_FALSE(sent.values()[1].has_value());
     ASSERT_TRUE(processEventsUntil([&] { return peer().receivedTexts().size() == 2; }));
-    EXPECT_EQ(peer().receivedTexts(), (QList<QByteArray>{R"({"type":"ack","id":"early"})", R"({"type":"ack","id":"A"})"}));
+    EXPECT_EQ(peer().receivedTexts(),
+              (QList<QByteArray>{R"({"type":"ack","id":"early"})", R"({"type":"ack","id":"A"})"}));
 }
 
 TEST_F(QtWebSocketTaskTest, PingIsAnsweredByAPong) {

@@ -1,6 +1,6 @@
 // The Secret Service backend against gnome-keyring on a private D-Bus session bus, and without any service.
-#include "PrivateSessionBus.h"
 #include "SecretServiceBackend.h"
+#include "PrivateSessionBus.h"
 #include "Wait.h"
 
 #include <gtest/gtest.h>
@@ -103,7 +103,8 @@ TEST(SecretServiceBackendWithoutKeyringTest, FailsFastWhenNoSecretServiceRuns) {
     std::string value;
     EXPECT_EQ(backend.find(token, value), SecretServiceBackend::secretNotAvailable);
     EXPECT_EQ(backend.update(token, "value"), SecretServiceBackend::secretNotAvailable);
-    EXPECT_EQ(backend.add(token, "value", SecretAccessibility::afterFirstUnlock), SecretServiceBackend::secretNotAvailable);
+    EXPECT_EQ(backend.add(token, "value", SecretAccessibility::afterFirstUnlock),
+              SecretServiceBackend::secretNotAvailable);
     EXPECT_EQ(backend.remove(token), SecretServiceBackend::secretNotAvailable);
     EXPECT_LT(std::chrono::steady_clock::now() - started, 5s);
 }
@@ -127,7 +128,8 @@ TEST(SecretServiceBackendWithoutKeyringTest, FailsFastWhenTheSessionBusIsUnreach
     const auto started = std::chrono::steady_clock::now();
     std::string value;
     EXPECT_EQ(backend.find(token, value), SecretServiceBackend::secretNotAvailable);
-    EXPECT_EQ(backend.add(token, "value", SecretAccessibility::afterFirstUnlock), SecretServiceBackend::secretNotAvailable);
+    EXPECT_EQ(backend.add(token, "value", SecretAccessibility::afterFirstUnlock),
+              SecretServiceBackend::secretNotAvailable);
     EXPECT_LT(std::chrono::steady_clock::now() - started, 5s);
 }
 

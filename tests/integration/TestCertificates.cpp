@@ -20,17 +20,19 @@ TestCertificates::TestCertificates() {
     extensions.close();
     const QString lifetime = QStringLiteral("2");
     run(QStringList{QStringLiteral("req"), QStringLiteral("-x509")} + ecKey +
-        QStringList{QStringLiteral("-keyout"), QStringLiteral("ca.key"), QStringLiteral("-out"), QStringLiteral("ca.pem"),
-                    QStringLiteral("-days"), lifetime, QStringLiteral("-subj"), QStringLiteral("/CN=Keyferry Test CA"),
-                    QStringLiteral("-addext"), QStringLiteral("basicConstraints=critical,CA:TRUE"),
-                    QStringLiteral("-addext"), QStringLiteral("keyUsage=critical,keyCertSign,cRLSign")}) &&
+        QStringList{QStringLiteral("-keyout"), QStringLiteral("ca.key"), QStringLiteral("-out"),
+                    QStringLiteral("ca.pem"), QStringLiteral("-days"), lifetime, QStringLiteral("-subj"),
+                    QStringLiteral("/CN=Keyferry Test CA"), QStringLiteral("-addext"),
+                    QStringLiteral("basicConstraints=critical,CA:TRUE"), QStringLiteral("-addext"),
+                    QStringLiteral("keyUsage=critical,keyCertSign,cRLSign")}) &&
         run(QStringList{QStringLiteral("req")} + ecKey +
             QStringList{QStringLiteral("-keyout"), QStringLiteral("server.key"), QStringLiteral("-out"),
                         QStringLiteral("server.csr"), QStringLiteral("-subj"), QStringLiteral("/CN=127.0.0.1")}) &&
         run({QStringLiteral("x509"), QStringLiteral("-req"), QStringLiteral("-in"), QStringLiteral("server.csr"),
              QStringLiteral("-CA"), QStringLiteral("ca.pem"), QStringLiteral("-CAkey"), QStringLiteral("ca.key"),
              QStringLiteral("-set_serial"), QStringLiteral("2"), QStringLiteral("-days"), lifetime,
-             QStringLiteral("-extfile"), QStringLiteral("server.ext"), QStringLiteral("-out"), QStringLiteral("server.pem")});
+             QStringLiteral("-extfile"), QStringLiteral("server.ext"), QStringLiteral("-out"),
+             QStringLiteral("server.pem")});
 }
 
 bool TestCertificates::run(const QStringList& arguments) {

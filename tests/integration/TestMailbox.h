@@ -13,14 +13,14 @@ namespace keyferry::testing {
 
 // Values handed over from another thread (adapter completions) to the test's main thread, which waits for
 // them while running its event loop.
-template <typename T>
-class TestMailbox {
+template <typename T> class TestMailbox {
 public:
     void put(T value) {
         const std::scoped_lock lock(mutex_);
         values_.push_back(std::move(value));
         // Wakes the main thread's event loop if it is waiting.
-        QMetaObject::invokeMethod(QCoreApplication::instance(), [] {}, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            QCoreApplication::instance(), [] {}, Qt::QueuedConnection);
     }
 
     std::vector<T> values() const {

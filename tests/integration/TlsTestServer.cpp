@@ -17,7 +17,9 @@ QByteArray acceptKey(const QByteArray& key) {
 } // namespace
 
 TlsTestServer::TlsTestServer(const TestCertificates& certificates)
-    : handler_([](const TestHttpRequest&) { return TestHttpReply{404, "not found", {}, {}}; }) {
+    : handler_([](const TestHttpRequest&) {
+          return TestHttpReply{404, "not found", {}, {}};
+      }) {
     auto configuration = QSslConfiguration::defaultConfiguration();
     configuration.setLocalCertificate(QSslCertificate(certificates.serverCertificatePem(), QSsl::Pem));
     configuration.setPrivateKey(QSslKey(certificates.serverKeyPem(), QSsl::Ec, QSsl::Pem));
@@ -85,7 +87,8 @@ std::optional<TestHttpReply> TlsTestServer::answer(const TestHttpRequest& reques
 void TlsTestServer::upgrade(QSslSocket& socket, const TestHttpRequest& request) {
     requests_.append(request);
     socket.write("HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
-                 "Sec-WebSocket-Accept: " + acceptKey(request.header("Sec-WebSocket-Key")) + "\r\n\r\n");
+                 "Sec-WebSocket-Accept: " +
+                 acceptKey(request.header("Sec-WebSocket-Key")) + "\r\n\r\n");
     auto* peer = new TestWebSocketPeer(socket, request, *this);
     webSockets_.append(peer);
     if (onWebSocket) {

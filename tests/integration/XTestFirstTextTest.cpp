@@ -29,8 +29,9 @@ using namespace std::chrono_literals;
 constexpr int cases = 20;
 
 // Several chunks, each with characters the layout lacks, after plain ASCII.
-const std::string firstText = "Hello 中文字 café ÉÀ Ωμέγα привет 👋🏽 done. Zwölf Boxkämpfer jagen Viktor quer "
-                              "über den großen Sylter Deich. Ça va? Ἀθῆναι, 日本語のテキスト, Ünïcödé ñ ß ø å.\n";
+const std::string firstText =
+    "Hello 中文字 café ÉÀ Ωμέγα привет 👋🏽 done. Zwölf Boxkämpfer jagen Viktor quer "
+    "über den großen Sylter Deich. Ça va? Ἀθῆναι, 日本語のテキスト, Ünïcödé ñ ß ø å.\n";
 
 // Types `firstText` into a receiver started on a fresh X server; what the receiver recorded.
 std::string typeIntoNewWindow(const std::vector<std::string>& receiverArguments, std::chrono::milliseconds pause) {

@@ -40,9 +40,7 @@ protected:
         output = folder / "received.txt";
     }
 
-    void TearDown() override {
-        receiver.reset();
-    }
+    void TearDown() override { receiver.reset(); }
 
     void startReceiver(const std::string& program, int millisecondsPerKey) {
         receiver = std::make_unique<HelperProcess>(
@@ -132,7 +130,8 @@ std::string xtestKeyboardId(const std::string& displayName) {
     XIDeviceInfo* devices = XIQueryDevice(connection, XIAllDevices, &count);
     std::string id;
     for (int index = 0; index < count; ++index) {
-        if (devices[index].use == XISlaveKeyboard && std::string(devices[index].name).find("XTEST") != std::string::npos) {
+        if (devices[index].use == XISlaveKeyboard &&
+            std::string(devices[index].name).find("XTEST") != std::string::npos) {
             id = std::to_string(devices[index].deviceid);
         }
     }
@@ -203,8 +202,8 @@ std::vector<KeySym> keyboardMapping(Display* connection) {
     int maxKeycode = 0;
     XDisplayKeycodes(connection, &minKeycode, &maxKeycode);
     int perKeycode = 0;
-    KeySym* raw = XGetKeyboardMapping(connection, static_cast<KeyCode>(minKeycode), maxKeycode - minKeycode + 1,
-                                      &perKeycode);
+    KeySym* raw =
+        XGetKeyboardMapping(connection, static_cast<KeyCode>(minKeycode), maxKeycode - minKeycode + 1, &perKeycode);
     std::vector<KeySym> mapping(raw, raw + (maxKeycode - minKeycode + 1) * perKeycode);
     XFree(raw);
     return mapping;

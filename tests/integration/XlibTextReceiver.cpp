@@ -27,8 +27,8 @@ XIC createInputContext(Display* display, Window window) {
     if (method == nullptr) {
         return nullptr;
     }
-    return XCreateIC(method, XNInputStyle, XIMPreeditNothing | XIMStatusNothing, XNClientWindow, window,
-                     XNFocusWindow, window, nullptr);
+    return XCreateIC(method, XNInputStyle, XIMPreeditNothing | XIMStatusNothing, XNClientWindow, window, XNFocusWindow,
+                     window, nullptr);
 }
 
 std::string textOf(XIC context, XKeyPressedEvent& event) {
@@ -74,8 +74,7 @@ void answerPings(Display* display, Window window) {
 }
 
 bool isPing(Display* display, const XEvent& event) {
-    return event.type == ClientMessage &&
-           event.xclient.message_type == XInternAtom(display, "WM_PROTOCOLS", True) &&
+    return event.type == ClientMessage && event.xclient.message_type == XInternAtom(display, "WM_PROTOCOLS", True) &&
            static_cast<Atom>(event.xclient.data.l[0]) == XInternAtom(display, "_NET_WM_PING", True);
 }
 

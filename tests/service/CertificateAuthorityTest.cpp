@@ -51,12 +51,13 @@ CommandResult init(const std::filesystem::path& folder, const std::string& hostN
 bool leafVerifies(const std::filesystem::path& folder, const std::string& name) {
     const std::string leaf = (folder / ("leaf-" + name)).string();
     const std::string names = name.find_first_not_of("0123456789.") == std::string::npos ? "IP:" + name : "DNS:" + name;
-    const auto request = run("openssl req -new -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout " + leaf +
-                             "-key.pem -subj /CN=" + name + " -addext subjectAltName=" + names + " -out " + leaf + ".csr");
+    const auto request =
+        run("openssl req -new -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout " + leaf +
+            "-key.pem -subj /CN=" + name + " -addext subjectAltName=" + names + " -out " + leaf + ".csr");
     EXPECT_EQ(request.exitCode, 0) << request.output;
-    const auto sign = run("openssl x509 -req -in " + leaf + ".csr -CA " + (folder / "ca.pem").string() + " -CAkey " +
-                          (folder / "ca-key.pem").string() + " -set_serial 7 -days 30 -copy_extensions copy -out " +
-                          leaf + ".pem");
+    const auto sign =
+        run("openssl x509 -req -in " + leaf + ".csr -CA " + (folder / "ca.pem").string() + " -CAkey " +
+            (folder / "ca-key.pem").string() + " -set_serial 7 -days 30 -copy_extensions copy -out " + leaf + ".pem");
     EXPECT_EQ(sign.exitCode, 0) << sign.output;
     return run("openssl verify -CAfile " + (folder / "ca.pem").string() + " " + leaf + ".pem").exitCode == 0;
 }
@@ -77,7 +78,9 @@ TEST(CertificateAuthorityTest, ALeafForAnotherNameSignedWithTheAuthorityKeyFails
     TempFolder folder;
     ASSERT_EQ(init(folder.path(), "--host-name keyferry.example.net").exitCode, 0);
     EXPECT_EQ(run("openssl verify -CAfile " + (folder.path() / "ca.pem").string() + " " +
-                  (folder.path() / "server.pem").string()).exitCode, 0);
+                  (folder.path() / "server.pem").string())
+                  .exitCode,
+              0);
     EXPECT_TRUE(leafVerifies(folder.path(), "keyferry.example.net"));
     EXPECT_FALSE(leafVerifies(folder.path(), "bank.example.com"));
     EXPECT_FALSE(leafVerifies(folder.path(), "203.0.113.9"));
@@ -104,11 +107,14 @@ TEST(CertificateAuthorityTest, AnAuthorityWithoutNameConstraintsIsReplaced) {
     ASSERT_EQ(init(folder.path(), "").exitCode, 0);
     ASSERT_EQ(run("cd " + folder.path().string() +
                   " && openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout ca-key.pem"
-                  " -out ca.pem -days 30 -subj /CN=old -addext basicConstraints=critical,CA:TRUE").exitCode, 0);
+                  " -out ca.pem -days 30 -subj /CN=old -addext basicConstraints=critical,CA:TRUE")
+                  .exitCode,
+              0);
     const auto replaced = init(folder.path(), "");
     EXPECT_NE(replaced.output.find("phones must install"), std::string::npos) << replaced.output;
-    EXPECT_NE(run("openssl x509 -noout -text -in " + (folder.path() / "ca.pem").string()).output.find("Name Constraints"),
-              std::string::npos);
+    EXPECT_NE(
+        run("openssl x509 -noout -text -in " + (folder.path() / "ca.pem").string()).output.find("Name Constraints"),
+        std::string::npos);
 }
 
 std::filesystem::perms modeOf(const std::filesystem::path& path) {
@@ -125,8 +131,9 @@ TEST(CertificateAuthorityTest, TheDataFolderAndTheDatabaseAreTheOwnersOnly) {
     {
         ServiceProcess service(program, folder);
         const HttpsClient client(service.port(), service.authority());
-        EXPECT_EQ(client.post("/v1/computers/pair/start", "", nlohmann::json{{"name", "Desk"}, {"platform", "linux"}}).status,
-                  200);
+        EXPECT_EQ(
+            client.post("/v1/computers/pair/start", "", nlohmann::json{{"name", "Desk"}, {"platform", "linux"}}).status,
+            200);
         for (const char* file : {"keyferry.sqlite3", "keyferry.sqlite3-wal", "keyferry.sqlite3-shm"}) {
             ASSERT_TRUE(std::filesystem::exists(folder / file)) << file;
             EXPECT_EQ(modeOf(folder / file), perms::owner_read | perms::owner_write) << file;

@@ -124,8 +124,8 @@ int timedGet(const std::filesystem::path& authority, unsigned short port, const 
 }
 
 // A TLS connection from `from` that completes its handshake and then stays idle; nothing when refused.
-std::unique_ptr<ssl::stream<boost::asio::ip::tcp::socket>> handshakenConnection(boost::asio::io_context& io, ssl::context& tls,
-                                                                                  const char* from, unsigned short port) {
+std::unique_ptr<ssl::stream<boost::asio::ip::tcp::socket>>
+handshakenConnection(boost::asio::io_context& io, ssl::context& tls, const char* from, unsigned short port) {
     auto stream = std::make_unique<ssl::stream<boost::asio::ip::tcp::socket>>(io, tls);
     stream->next_layer().open(boost::asio::ip::tcp::v4());
     stream->next_layer().bind({boost::asio::ip::make_address(from), 0});
@@ -185,7 +185,8 @@ TEST(ConnectionLimitsTest, ConnectionsAndHandshakesPerClientAddressAreCapped) {
     held.pop_back();
     // The service notices the two closed connections as soon as it reads their end.
     bool servedAgain = false;
-    for (const auto deadline = std::chrono::steady_clock::now() + 5s; !servedAgain && std::chrono::steady_clock::now() < deadline;) {
+    for (const auto deadline = std::chrono::steady_clock::now() + 5s;
+         !servedAgain && std::chrono::steady_clock::now() < deadline;) {
         servedAgain = handshakenConnection(io, tls, "127.0.0.4", service.port()) != nullptr;
     }
     EXPECT_TRUE(servedAgain) << "a freed place is taken again";

@@ -99,7 +99,8 @@ TEST_F(PairingGuessTest, AddressesOfOneIpv6NetworkShareOneAllowance) {
 TEST_F(PairingGuessTest, ManyAddressesTogetherSlowPairingButNeverWithdrawACode) {
     const std::string code = newCode();
     for (int i = 0; i < ServiceCore::wrongCodesOverall; ++i) {
-        ASSERT_EQ(enter(wrongCodeFor(code), "10.50." + std::to_string(i / 250) + "." + std::to_string(i % 250 + 1)), 404);
+        ASSERT_EQ(enter(wrongCodeFor(code), "10.50." + std::to_string(i / 250) + "." + std::to_string(i % 250 + 1)),
+                  404);
     }
     const ApiReply slowed = core.pairPhone(code, "Pixel", "android", "1.0", "10.0.0.2");
     EXPECT_EQ(slowed.status, 429);

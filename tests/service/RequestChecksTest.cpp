@@ -62,7 +62,8 @@ TEST_F(RequestChecksTest, ACrossOriginTextPlainPostIsRefused) {
     EXPECT_NE(refused.json.value("error", ""), "") << refused.body;
     EXPECT_EQ(postAs("/v1/phones/pair", "", pairing).status, 415);
     EXPECT_EQ(postAs("/v1/phones/pair", "application/x-www-form-urlencoded", pairing).status, 415);
-    EXPECT_EQ(postAs("/v1/computers/pair/start", "text/plain", json{{"name", "Desk"}, {"platform", "linux"}}).status, 415);
+    EXPECT_EQ(postAs("/v1/computers/pair/start", "text/plain", json{{"name", "Desk"}, {"platform", "linux"}}).status,
+              415);
     EXPECT_EQ(postAs("/v1/phones/pair", "Application/JSON; charset=utf-8", pairing).status, 200);
 }
 
@@ -70,7 +71,8 @@ TEST_F(RequestChecksTest, TextsAndRemovalsTakeOnlyJsonBodies) {
     const std::string code = newCode();
     const auto phone = client.post("/v1/phones/pair", "", json{{"code", code}, {"name", "Pixel"}});
     ASSERT_EQ(phone.status, 200);
-    auto request = HttpsClient::requestOf("POST", "/v1/phones/texts", phone.json["phoneToken"], json{{"text", "hi"}}.dump());
+    auto request =
+        HttpsClient::requestOf("POST", "/v1/phones/texts", phone.json["phoneToken"], json{{"text", "hi"}}.dump());
     request.set(http::field::content_type, "text/plain;charset=UTF-8");
     EXPECT_EQ(client.send(request).status, 415);
     request.set(http::field::content_type, "application/json;charset=UTF-8");
@@ -87,11 +89,13 @@ TEST_F(RequestChecksTest, Tls12OffersOnlyAeadSuites) {
 TEST_F(RequestChecksTest, NamesWithInvisibleOrDirectionControlsAreRefused) {
     for (const char* control : {"\u202E", "\u200B", "\u200E", "\u200F", "\u2066", "\u2069", "\u061C", "\uFEFF",
                                 "\u00AD", "\u202A", "\u2060", "\u0085"}) {
-        const auto answer =
-            client.post("/v1/computers/pair/start", "", json{{"name", std::string("Desk") + control + "txt"}, {"platform", "linux"}});
+        const auto answer = client.post("/v1/computers/pair/start", "",
+                                        json{{"name", std::string("Desk") + control + "txt"}, {"platform", "linux"}});
         EXPECT_EQ(answer.status, 400) << "a name with an invisible or direction control: " << answer.body;
     }
-    EXPECT_EQ(client.post("/v1/computers/pair/start", "", json{{"name", "Büro · 办公室 ✓"}, {"platform", "linux"}}).status, 200);
+    EXPECT_EQ(
+        client.post("/v1/computers/pair/start", "", json{{"name", "Büro · 办公室 ✓"}, {"platform", "linux"}}).status,
+        200);
 }
 
 // The server ends while one client holds an idle connection and another a handshake in progress: those

@@ -172,19 +172,23 @@ TEST_F(ServiceCoreTest, PairingRefusesMalformedInput) {
     EXPECT_EQ(core.pairPhone("12a456", "Pixel", "android", "1.0", "a").status, 400);
     EXPECT_EQ(core.pairPhone(computer["pairCode"].get<std::string>(), "", "android", "1.0", "a").status, 400);
     EXPECT_EQ(core.pairPhone(computer["pairCode"].get<std::string>(), "Pixel", "", "1.0", "a").status, 400);
-    EXPECT_EQ(core.pairPhone(computer["pairCode"].get<std::string>(), "Pixel", "android", std::string(41, '1'), "a").status, 400);
+    EXPECT_EQ(
+        core.pairPhone(computer["pairCode"].get<std::string>(), "Pixel", "android", std::string(41, '1'), "a").status,
+        400);
 }
 
 TEST_F(ServiceCoreTest, BadTokensAre401Everywhere) {
     const auto [computer, phone] = pairedComputer();
-    for (const std::string& token : std::vector<std::string>{"", "kfc_nonsense", phone["phoneToken"].get<std::string>()}) {
+    for (const std::string& token :
+         std::vector<std::string>{"", "kfc_nonsense", phone["phoneToken"].get<std::string>()}) {
         EXPECT_EQ(core.newPairCode(token).status, 401);
         EXPECT_EQ(core.pairStatus(token).status, 401);
         EXPECT_EQ(core.computerPhones(token).status, 401);
         EXPECT_EQ(core.removePhone(token, "x").status, 401);
         EXPECT_FALSE(core.authenticateComputer(token));
     }
-    for (const std::string& token : std::vector<std::string>{"", "kfp_nonsense", computer["computerToken"].get<std::string>()}) {
+    for (const std::string& token :
+         std::vector<std::string>{"", "kfp_nonsense", computer["computerToken"].get<std::string>()}) {
         EXPECT_EQ(core.phoneInfo(token).status, 401);
         EXPECT_EQ(core.sendText(token, "hi").status, 401);
         EXPECT_EQ(core.phoneTexts(token).status, 401);

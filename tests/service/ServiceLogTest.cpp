@@ -42,8 +42,8 @@ std::vector<std::string> linesOf(const std::filesystem::path& file) {
 }
 
 std::size_t countContaining(const std::vector<std::string>& lines, const std::string& part) {
-    return static_cast<std::size_t>(
-        std::count_if(lines.begin(), lines.end(), [&](const std::string& line) { return line.find(part) != std::string::npos; }));
+    return static_cast<std::size_t>(std::count_if(
+        lines.begin(), lines.end(), [&](const std::string& line) { return line.find(part) != std::string::npos; }));
 }
 
 TEST(ServiceLogTest, NotableEventsAreLoggedOnceWithALevelAndNoSecrets) {
@@ -55,7 +55,8 @@ TEST(ServiceLogTest, NotableEventsAreLoggedOnceWithALevelAndNoSecrets) {
     {
         const auto service = serviceLoggingTo(folder.path() / "data", logFile);
         const HttpsClient client(service->port(), service->authority());
-        const auto computer = client.post("/v1/computers/pair/start", "", json{{"name", "Desk"}, {"platform", "linux"}});
+        const auto computer =
+            client.post("/v1/computers/pair/start", "", json{{"name", "Desk"}, {"platform", "linux"}});
         computerToken = computer.json.value("computerToken", "");
         code = computer.json.value("pairCode", "");
         const auto phone = client.post("/v1/phones/pair", "", json{{"code", code}, {"name", "Pixel"}});

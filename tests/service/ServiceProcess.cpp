@@ -21,6 +21,8 @@ ServiceProcess::ServiceProcess(const std::filesystem::path& program, const std::
     authority_ = dataFolder / "ca.pem";
 }
 
-void ServiceProcess::kill() { process_->stop(SIGKILL); }
+void ServiceProcess::kill() {
+    process_->stop(SIGKILL);
+}
 
 } // namespace keyferry::service

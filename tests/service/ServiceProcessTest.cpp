@@ -1,7 +1,7 @@
 // The keyferry-service program itself: its command line, its own certificates, and texts that survive a
 // crash of the process.
-#include "HttpsClient.h"
 #include "ServiceProcess.h"
+#include "HttpsClient.h"
 #include "TempFolder.h"
 #include "WebSocketClient.h"
 
@@ -33,16 +33,17 @@ TEST(ServiceProcessTest, CommandLineIsChecked) {
 
 TEST(ServiceProcessTest, MakesItsOwnAuthorityWithTheConfiguredNames) {
     TempFolder folder;
-    ServiceProcess service(program, folder.path(), {"--public-url", "https://keyferry.example.net:8443",
-                                                    "--host-name", "192.168.1.20"});
+    ServiceProcess service(program, folder.path(),
+                           {"--public-url", "https://keyferry.example.net:8443", "--host-name", "192.168.1.20"});
     for (const char* file : {"ca.pem", "ca-key.pem", "server.pem", "server-key.pem"}) {
         EXPECT_TRUE(std::filesystem::exists(folder.path() / file)) << file;
     }
     const auto keyPermissions = std::filesystem::status(folder.path() / "server-key.pem").permissions();
     EXPECT_EQ(keyPermissions & (std::filesystem::perms::group_all | std::filesystem::perms::others_all),
               std::filesystem::perms::none);
-    const std::string command = "openssl x509 -noout -ext subjectAltName -in " + (folder.path() / "server.pem").string() +
-                                " > " + (folder.path() / "names.txt").string();
+    const std::string command = "openssl x509 -noout -ext subjectAltName -in " +
+                                (folder.path() / "server.pem").string() + " > " +
+                                (folder.path() / "names.txt").string();
     ASSERT_EQ(std::system(command.c_str()), 0);
     std::ifstream namesFile(folder.path() / "names.txt");
     const std::string names((std::istreambuf_iterator<char>(namesFile)), std::istreambuf_iterator<char>());
@@ -70,10 +71,12 @@ TEST(ServiceProcessTest, TextsSurviveACrashOfTheService) {
     {
         ServiceProcess service(program, folder.path());
         HttpsClient client(service.port(), service.authority());
-        const auto computer = client.post("/v1/computers/pair/start", "", json{{"name", "Desk"}, {"platform", "linux"}});
+        const auto computer =
+            client.post("/v1/computers/pair/start", "", json{{"name", "Desk"}, {"platform", "linux"}});
         ASSERT_EQ(computer.status, 200);
         computerToken = computer.json["computerToken"];
-        const auto phone = client.post("/v1/phones/pair", "", json{{"code", computer.json["pairCode"]}, {"name", "Pixel"}});
+        const auto phone =
+            client.post("/v1/phones/pair", "", json{{"code", computer.json["pairCode"]}, {"name", "Pixel"}});
         ASSERT_EQ(phone.status, 200);
         const auto sent = client.post("/v1/phones/texts", phone.json["phoneToken"], json{{"text", "survives ✓"}});
         ASSERT_EQ(sent.status, 200);
@@ -94,8 +97,9 @@ TEST(ServiceProcessTest, ServesAGivenCertificateInsteadOfItsOwn) {
     TempFolder own;
     { ServiceProcess makeCertificates(program, own.path()); }
     TempFolder other;
-    ServiceProcess service(program, other.path(),
-                           {"--cert", (own.path() / "server.pem").string(), "--key", (own.path() / "server-key.pem").string()});
+    ServiceProcess service(
+        program, other.path(),
+        {"--cert", (own.path() / "server.pem").string(), "--key", (own.path() / "server-key.pem").string()});
     EXPECT_FALSE(std::filesystem::exists(other.path() / "ca.pem"));
     HttpsClient client(service.port(), own.path() / "ca.pem");
     EXPECT_EQ(client.get("/").status, 200);

@@ -165,7 +165,8 @@ TEST_F(ServiceWireTest, PhonesListAndRemoval) {
     EXPECT_EQ(client->post("/v1/computers/phones/remove", computer.token, json::object()).status, 400);
     EXPECT_EQ(client->post("/v1/computers/phones/remove", computer.token, json{{"pairingId", "nope"}}).json["removed"],
               false);
-    const auto removed = client->post("/v1/computers/phones/remove", computer.token, json{{"pairingId", phone.pairingId}});
+    const auto removed =
+        client->post("/v1/computers/phones/remove", computer.token, json{{"pairingId", phone.pairingId}});
     EXPECT_EQ(removed.status, 200);
     EXPECT_EQ(removed.json["removed"], true);
     EXPECT_TRUE(client->get("/v1/computers/phones", computer.token).json["phones"].empty());
@@ -230,7 +231,8 @@ TEST_F(ServiceWireTest, TextsArriveInOrderAndAnAckMakesThemTyped) {
     EXPECT_EQ((*first)["text"], "before connecting");
     EXPECT_EQ(textState(phone, queued), "delivered");
 
-    const std::string mixed = "Grüße, Привет, مرحبا, 你好, नमस्ते 👋🏽👨‍👩‍👧\nsecond line";
+    const std::string mixed =
+        "Grüße, Привет, مرحبا, 你好, नमस्ते 👋🏽👨‍👩‍👧\nsecond line";
     const std::string second = sendText(phone, mixed);
     const std::string third = sendText(phone, "third");
     const auto next = socket->read();

@@ -23,7 +23,8 @@ std::string upgradeRequest(const std::string& token) {
            "Connection: Upgrade\r\n"
            "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n"
            "Sec-WebSocket-Version: 13\r\n"
-           "Authorization: Bearer " + token + "\r\n\r\n";
+           "Authorization: Bearer " +
+           token + "\r\n\r\n";
 }
 
 // A client's text frame (masked, as clients must) of a payload shorter than 126 bytes.

@@ -36,7 +36,8 @@ int WebSocketClient::connect(const std::string& token) {
     // The asynchronous handshake keeps the refusal's response, which tells its status.
     websocket::response_type response;
     bool done = false;
-    socket_.async_handshake(response, "localhost", "/v1/computers/connect", [&done](beast::error_code) { done = true; });
+    socket_.async_handshake(response, "localhost", "/v1/computers/connect",
+                            [&done](beast::error_code) { done = true; });
     runUntil(done, std::chrono::seconds(10));
     return static_cast<int>(response.result_int());
 }
@@ -73,7 +74,8 @@ void WebSocketClient::send(const nlohmann::json& frame) {
 std::optional<int> WebSocketClient::waitForClose(std::chrono::milliseconds timeout) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     while (std::chrono::steady_clock::now() < deadline) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
         if (read(left)) {
             continue;
         }

@@ -32,8 +32,8 @@ WireTest::Computer WireTest::startComputer() {
 }
 
 WireTest::Phone WireTest::pairPhone(const std::string& code, const std::string& name) {
-    const auto answer = client->post("/v1/phones/pair", "",
-                                     json{{"code", code}, {"name", name}, {"platform", "android"}, {"appVersion", "1.2"}});
+    const auto answer = client->post(
+        "/v1/phones/pair", "", json{{"code", code}, {"name", name}, {"platform", "android"}, {"appVersion", "1.2"}});
     EXPECT_EQ(answer.status, 200) << answer.body;
     return {answer.json.value("pairingId", ""), answer.json.value("phoneToken", "")};
 }

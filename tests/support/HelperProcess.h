@@ -2,8 +2,8 @@
 
 #include <sys/types.h>
 
-#include <csignal>
 #include <chrono>
+#include <csignal>
 #include <map>
 #include <optional>
 #include <string>

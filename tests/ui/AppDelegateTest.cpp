@@ -1,7 +1,7 @@
-#include "QtPrinters.h"
 #include "AlertAnswerer.h"
 #include "CallbackButton.h"
 #include "ElidedLabel.h"
+#include "QtPrinters.h"
 #include "ShellHarness.h"
 #include "StartupManager.h"
 #include "SystemColors.h"
@@ -31,8 +31,8 @@ using uitest::ShellHarness;
 constexpr std::int64_t codeExpiry = 1'800'000'600'000; // ten minutes after the fake clock's start
 
 std::string pairingCodeJson(const std::string& code) {
-    return R"({"computerId":"computer-1","computerToken":"token-1","pairCode":")" + code +
-           R"(","expiresAt":)" + std::to_string(codeExpiry) + R"(,"status":"pending"})";
+    return R"({"computerId":"computer-1","computerToken":"token-1","pairCode":")" + code + R"(","expiresAt":)" +
+           std::to_string(codeExpiry) + R"(,"status":"pending"})";
 }
 
 std::string pairStatusJson(const std::string& status) {

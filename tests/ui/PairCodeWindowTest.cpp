@@ -1,6 +1,6 @@
-#include "QtPrinters.h"
 #include "ManualSerialQueue.h"
 #include "PairCodeWindowController.h"
+#include "QtPrinters.h"
 #include "SystemColors.h"
 
 #include <QFontMetrics>

@@ -1,4 +1,3 @@
-#include "QtPrinters.h"
 #include "AlertAnswerer.h"
 #include "CallbackButton.h"
 #include "ElidedLabel.h"
@@ -6,6 +5,7 @@
 #include "PairingWindowController.h"
 #include "PhoneCardView.h"
 #include "QtEventPause.h"
+#include "QtPrinters.h"
 #include "SystemColors.h"
 
 #include <QApplication>

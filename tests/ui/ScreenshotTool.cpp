@@ -66,8 +66,8 @@ public:
         const QImage readBack(path);
         const int colours = readBack.isNull() ? 0 : distinctColours(readBack);
         const bool good = saved && !readBack.isNull() && colours >= 16;
-        std::printf("%s %s %dx%d, %d colours sampled\n", good ? "saved" : "BLANK OR MISSING",
-                    path.toUtf8().constData(), readBack.width(), readBack.height(), colours);
+        std::printf("%s %s %dx%d, %d colours sampled\n", good ? "saved" : "BLANK OR MISSING", path.toUtf8().constData(),
+                    readBack.width(), readBack.height(), colours);
         allGood = allGood && good;
     }
 

@@ -12,8 +12,8 @@ namespace keyferry::uitest {
 ShellHarness::ShellHarness() {
     setenv("HOME", home.path().c_str(), 1);
     setenv("XDG_CONFIG_HOME", (home / "config").c_str(), 1);
-    const CompanionServicePorts ports{queue, mainThread, clock, http, webSockets, defaults, secrets, keyboard,
-                                      accessibility};
+    const CompanionServicePorts ports{queue,    mainThread, clock,    http,         webSockets,
+                                      defaults, secrets,    keyboard, accessibility};
     service = CompanionService::make(ports, "https://keyferry.test", "test-computer");
 }
 
@@ -93,8 +93,7 @@ QWidget& ShellHarness::codeWindow() {
 }
 
 std::filesystem::path ShellHarness::autostartEntry() const {
-    return home / "config" / "autostart" /
-           "com.quillix.companion.desktop";
+    return home / "config" / "autostart" / "com.quillix.companion.desktop";
 }
 
 } // namespace keyferry::uitest

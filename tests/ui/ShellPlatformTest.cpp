@@ -1,5 +1,5 @@
-#include "QtPrinters.h"
 #include "QtEventPause.h"
+#include "QtPrinters.h"
 #include "TerminationSignals.h"
 
 #include <QCoreApplication>

@@ -1,5 +1,5 @@
-#include "QtEventPause.h"
 #include "SingleInstance.h"
+#include "QtEventPause.h"
 #include "TempFolder.h"
 
 #include <QCoreApplication>

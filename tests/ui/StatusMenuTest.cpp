@@ -1,5 +1,5 @@
-#include "QtPrinters.h"
 #include "ElidedLabel.h"
+#include "QtPrinters.h"
 #include "ShellHarness.h"
 
 #include <QAction>
@@ -27,10 +27,14 @@ TEST_F(StatusMenuTest, MenuHoldsItsItemsInOrder) {
     AppDelegate& delegate = shell.launch({QStringLiteral("--background")});
     const QList<QAction*> items = delegate.statusMenu->actions();
     ASSERT_EQ(items.size(), 9);
-    const QStringList titles{QStringLiteral("Keyferry"),      QStringLiteral("Not paired"),
-                             QString(),                       QStringLiteral("Open Keyferry"),
-                             QStringLiteral("Add phone"),     QStringLiteral("Accessibility permission"),
-                             QStringLiteral("Open at login"), QString(),
+    const QStringList titles{QStringLiteral("Keyferry"),
+                             QStringLiteral("Not paired"),
+                             QString(),
+                             QStringLiteral("Open Keyferry"),
+                             QStringLiteral("Add phone"),
+                             QStringLiteral("Accessibility permission"),
+                             QStringLiteral("Open at login"),
+                             QString(),
                              QStringLiteral("Quit Keyferry")};
     for (int index = 0; index < items.size(); ++index) {
         EXPECT_EQ(items[index]->text(), titles[index]) << index;
@@ -95,8 +99,10 @@ TEST_F(StatusMenuTest, StateLineReadsNotPairedBeforeTheFirstReport) {
 
 TEST_F(StatusMenuTest, EveryStateHasItsLine) {
     EXPECT_EQ(AppDelegate::statusLine(CompanionConnectionState::unpaired), QStringLiteral("Not paired"));
-    EXPECT_EQ(AppDelegate::statusLine(CompanionConnectionState::creatingCode), QStringLiteral("Creating pairing code..."));
-    EXPECT_EQ(AppDelegate::statusLine(CompanionConnectionState::waitingForPhone), QStringLiteral("Waiting for your phone"));
+    EXPECT_EQ(AppDelegate::statusLine(CompanionConnectionState::creatingCode),
+              QStringLiteral("Creating pairing code..."));
+    EXPECT_EQ(AppDelegate::statusLine(CompanionConnectionState::waitingForPhone),
+              QStringLiteral("Waiting for your phone"));
     EXPECT_EQ(AppDelegate::statusLine(CompanionConnectionState::permissionRequired),
               QStringLiteral("Accessibility access required"));
     EXPECT_EQ(AppDelegate::statusLine(CompanionConnectionState::connecting), QStringLiteral("Connecting..."));
@@ -116,8 +122,9 @@ TEST_F(StatusMenuTest, CreatingCodeDisablesTheWindowsButtonButNotTheMenuItem) {
     EXPECT_TRUE(delegate.pairingMenuItem->isEnabled());
     EXPECT_EQ(delegate.pairingWindow.connectionState, CompanionConnectionState::creatingCode);
 
-    shell.http.respondTo("v1/computers/pair/start", 200,
-                         R"({"computerId":"c","computerToken":"t","pairCode":"123456","expiresAt":1800000600000,"status":"pending"})");
+    shell.http.respondTo(
+        "v1/computers/pair/start", 200,
+        R"({"computerId":"c","computerToken":"t","pairCode":"123456","expiresAt":1800000600000,"status":"pending"})");
     shell.settle();
     EXPECT_EQ(delegate.statusMenuItem->text(), QStringLiteral("Waiting for your phone"));
     EXPECT_TRUE(button.isEnabled());

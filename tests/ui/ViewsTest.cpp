@@ -1,9 +1,9 @@
-#include "QtPrinters.h"
 #include "Assets.h"
 #include "CallbackButton.h"
 #include "ElidedLabel.h"
 #include "EmptyPhonesView.h"
 #include "PhoneCardView.h"
+#include "QtPrinters.h"
 #include "Symbols.h"
 #include "SystemColors.h"
 #include "TempFolder.h"
@@ -186,7 +186,8 @@ TEST(Assets, UnreadableResourceFallsBackToTheSymbol) {
     ASSERT_TRUE(file.open(QIODevice::WriteOnly));
     file.write("this is not a PNG");
     file.close();
-    EXPECT_EQ(imageOf(Assets::loadAppIcon(path)), imageOf(Symbols::icon(QStringLiteral("waveform.and.mic"), Qt::black)));
+    EXPECT_EQ(imageOf(Assets::loadAppIcon(path)),
+              imageOf(Symbols::icon(QStringLiteral("waveform.and.mic"), Qt::black)));
 }
 
 } // namespace

@@ -27,7 +27,7 @@ public:
     int client() const { return ends[0]; }
     int compositor() const { return ends[1]; }
     std::uint64_t compositorInode() const {
-        struct stat status{};
+        struct stat status {};
         fstat(ends[1], &status);
         return status.st_ino;
     }

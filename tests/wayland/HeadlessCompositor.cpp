@@ -41,14 +41,14 @@ HeadlessCompositor::HeadlessCompositor(Kind kind, const std::vector<std::filesys
     chmod(runtime.c_str(), 0700);
     // The bus's address goes to a file for the clients; the compositor's log to another, so nothing it leaves
     // behind holds the test's output open.
-    compositor = run({"dbus-run-session", "--", "sh", "-c", startScript(kind, grantedPrograms, desktopEntry, kdeLayouts),
-                      file("bus").string(), displayName, file("compositor.log").string()});
+    compositor =
+        run({"dbus-run-session", "--", "sh", "-c", startScript(kind, grantedPrograms, desktopEntry, kdeLayouts),
+             file("bus").string(), displayName, file("compositor.log").string()});
     waitForSession(30s);
 }
 
 std::string HeadlessCompositor::startScript(Kind kind, const std::vector<std::filesystem::path>& grantedPrograms,
-                                            const std::filesystem::path& desktopEntry,
-                                            const std::string& kdeLayouts) {
+                                            const std::filesystem::path& desktopEntry, const std::string& kdeLayouts) {
     const std::string announceBus = "printf %s \"$DBUS_SESSION_BUS_ADDRESS\" > \"$0\"; ";
     if (kind == Kind::mutter) {
         return announceBus + "exec mutter --headless --wayland --no-x11 --virtual-monitor 1280x800 "
@@ -125,6 +125,8 @@ void HeadlessCompositor::waitForSession(std::chrono::seconds limit) {
     busAddress = fileContents(file("bus"));
 }
 
-std::string HeadlessCompositor::log() const { return fileContents(file("compositor.log")); }
+std::string HeadlessCompositor::log() const {
+    return fileContents(file("compositor.log"));
+}
 
 } // namespace keyferry

@@ -63,7 +63,8 @@ std::vector<pid_t> descendantsOf(pid_t root) {
         std::error_code error;
         for (const auto& entry : std::filesystem::directory_iterator("/proc", error)) {
             const std::string name = entry.path().filename().string();
-            if (name.find_first_not_of("0123456789") == std::string::npos && parentOf(std::stoi(name)) == found[index]) {
+            if (name.find_first_not_of("0123456789") == std::string::npos &&
+                parentOf(std::stoi(name)) == found[index]) {
                 found.push_back(std::stoi(name));
             }
         }
@@ -72,7 +73,9 @@ std::vector<pid_t> descendantsOf(pid_t root) {
     return found;
 }
 
-bool running(pid_t pid) { return kill(pid, 0) == 0 && parentOf(pid) != 0; }
+bool running(pid_t pid) {
+    return kill(pid, 0) == 0 && parentOf(pid) != 0;
+}
 
 } // namespace
 
@@ -135,10 +138,11 @@ std::vector<std::string> HeadlessSway::asUser(const std::map<std::string, std::s
         prefix = {"setpriv", "--reuid=" + std::to_string(uid), "--regid=" + std::to_string(gid), "--clear-groups",
                   "--"};
     }
-    prefix.insert(prefix.end(), {"env", "-i", "PATH=/usr/local/bin:/usr/bin:/bin", "HOME=" + folder.string(),
-                                 "XDG_RUNTIME_DIR=" + runtime.string(), "LANG=C.UTF-8",
-                                 // no session bus, so no client starts one of its own that would outlive the test
-                                 "DBUS_SESSION_BUS_ADDRESS=unix:path=" + (folder / "no-bus").string(), "NO_AT_BRIDGE=1"});
+    prefix.insert(prefix.end(),
+                  {"env", "-i", "PATH=/usr/local/bin:/usr/bin:/bin", "HOME=" + folder.string(),
+                   "XDG_RUNTIME_DIR=" + runtime.string(), "LANG=C.UTF-8",
+                   // no session bus, so no client starts one of its own that would outlive the test
+                   "DBUS_SESSION_BUS_ADDRESS=unix:path=" + (folder / "no-bus").string(), "NO_AT_BRIDGE=1"});
     if (!waylandDisplay.empty()) {
         prefix.push_back("WAYLAND_DISPLAY=" + waylandDisplay);
         prefix.push_back("SWAYSOCK=" + swaySocket);

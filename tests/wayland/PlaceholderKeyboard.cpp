@@ -68,8 +68,8 @@ int main() {
         std::fputs("no seat, no virtual keyboard manager or no keymap\n", stderr);
         return 1;
     }
-    zwp_virtual_keyboard_v1* keyboard = zwp_virtual_keyboard_manager_v1_create_virtual_keyboard(globals.manager,
-                                                                                                 globals.seat);
+    zwp_virtual_keyboard_v1* keyboard =
+        zwp_virtual_keyboard_manager_v1_create_virtual_keyboard(globals.manager, globals.seat);
     zwp_virtual_keyboard_v1_keymap(keyboard, WL_KEYBOARD_KEYMAP_FORMAT_XKB_V1, fd, static_cast<uint32_t>(size));
     close(fd);
     wl_display_roundtrip(display);

@@ -91,10 +91,10 @@ protected:
         const std::string expected = withTypedLineEnds(text);
         const std::string got = recorded(output, expected.size());
         EXPECT_EQ(got.size(), expected.size());
-        EXPECT_TRUE(got == expected) << "first difference at byte "
-                                     << std::distance(got.begin(), std::mismatch(got.begin(), got.end(),
-                                                                                 expected.begin(), expected.end())
-                                                                       .first);
+        EXPECT_TRUE(got == expected)
+            << "first difference at byte "
+            << std::distance(got.begin(),
+                             std::mismatch(got.begin(), got.end(), expected.begin(), expected.end()).first);
     }
 
     static inline std::unique_ptr<HeadlessSway> sway;

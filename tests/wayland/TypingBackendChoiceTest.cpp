@@ -24,8 +24,12 @@ public:
     std::vector<TypingBackend> asked;
 };
 
-TypingSession wayland(std::string desktop = "sway") { return {"wayland", std::move(desktop), true, true}; }
-TypingSession x11() { return {"x11", "XFCE", false, true}; }
+TypingSession wayland(std::string desktop = "sway") {
+    return {"wayland", std::move(desktop), true, true};
+}
+TypingSession x11() {
+    return {"x11", "XFCE", false, true};
+}
 
 TEST(TypingBackendChoice, AnX11SessionKeepsXTestAndProbesNothingElse) {
     Routes routes({TypingBackend::xtest, TypingBackend::virtualKeyboard});
@@ -44,9 +48,9 @@ TEST(TypingBackendChoice, AWaylandSessionPrefersTheVirtualKeyboard) {
 TEST(TypingBackendChoice, AWaylandSessionTriesGnomeThenKdeInThatOrder) {
     Routes routes({TypingBackend::kdeFakeInput});
     EXPECT_EQ(chooseTypingBackend(wayland("KDE"), routes.test()).backend, TypingBackend::kdeFakeInput);
-    EXPECT_EQ(routes.asked, (std::vector<TypingBackend>{TypingBackend::virtualKeyboard,
-                                                        TypingBackend::gnomeRemoteDesktop,
-                                                        TypingBackend::kdeFakeInput}));
+    EXPECT_EQ(routes.asked,
+              (std::vector<TypingBackend>{TypingBackend::virtualKeyboard, TypingBackend::gnomeRemoteDesktop,
+                                          TypingBackend::kdeFakeInput}));
     Routes gnome({TypingBackend::gnomeRemoteDesktop, TypingBackend::kdeFakeInput});
     EXPECT_EQ(chooseTypingBackend(wayland("GNOME"), gnome.test()).backend, TypingBackend::gnomeRemoteDesktop);
 }

@@ -42,7 +42,9 @@ private:
     std::unique_ptr<xkb_keymap, KeymapDeleter> keymap;
 };
 
-std::uint32_t unicode(char32_t character) { return 0x01000000 + character; }
+std::uint32_t unicode(char32_t character) {
+    return 0x01000000 + character;
+}
 
 TEST(KeysymTyping, LineFeedAndTabAreTheirKeysAndOtherControlsHaveNone) {
     EXPECT_EQ(keysymTyping(U'\n'), XKB_KEY_Return);

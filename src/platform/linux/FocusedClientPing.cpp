@@ -9,8 +9,7 @@ namespace keyferry {
 
 FocusedClientPing::FocusedClientPing(Display* connection)
     : display(connection), root(DefaultRootWindow(connection)),
-      protocols(XInternAtom(connection, "WM_PROTOCOLS", False)),
-      ping(XInternAtom(connection, "_NET_WM_PING", False)) {
+      protocols(XInternAtom(connection, "WM_PROTOCOLS", False)), ping(XInternAtom(connection, "_NET_WM_PING", False)) {
     XWindowAttributes attributes{};
     XGetWindowAttributes(display, root, &attributes);
     // EWMH has the answer sent to clients selecting SubstructureNotify on the root; Qt sends it to those
@@ -65,7 +64,9 @@ std::optional<Window> FocusedClientPing::targetOf(Window focus) {
     return lastTarget->second;
 }
 
-bool FocusedClientPing::answersPings(Window focus) { return targetOf(focus).has_value(); }
+bool FocusedClientPing::answersPings(Window focus) {
+    return targetOf(focus).has_value();
+}
 
 bool FocusedClientPing::answers(const XEvent& event) {
     const XClientMessageEvent& message = event.xclient;

@@ -51,7 +51,9 @@ void complete(GObject*, GAsyncResult* result, gpointer data) {
     static_cast<Completion*>(data)->result = static_cast<GAsyncResult*>(g_object_ref(result));
 }
 
-gboolean wakeUp(gpointer) { return G_SOURCE_REMOVE; }
+gboolean wakeUp(gpointer) {
+    return G_SOURCE_REMOVE;
+}
 
 } // namespace
 
@@ -67,7 +69,9 @@ SecretServiceSession::~SecretServiceSession() {
     g_main_context_unref(context);
 }
 
-void SecretServiceSession::beginCall() { deadline = std::chrono::steady_clock::now() + timeout; }
+void SecretServiceSession::beginCall() {
+    deadline = std::chrono::steady_clock::now() + timeout;
+}
 
 SecretServiceSession::Ref<GAsyncResult> SecretServiceSession::await(const Start& start) {
     Ref<GCancellable> cancellable(g_cancellable_new());
@@ -76,7 +80,8 @@ SecretServiceSession::Ref<GAsyncResult> SecretServiceSession::await(const Start&
     start(cancellable.get(), complete, &completion);
     bool cancelled = false;
     while (completion.result == nullptr) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
         if (!cancelled && left.count() <= 0) {
             g_cancellable_cancel(cancellable.get());
             cancelled = true;
@@ -160,10 +165,11 @@ SecretStatus SecretServiceSession::search(const SecretQuery& query, std::vector<
     }
     const Attributes attributes = attributesOf(query);
     GHashTable* matching = attributes.get();
-    const auto result = await([target, matching](GCancellable* cancellable, GAsyncReadyCallback callback, gpointer data) {
-        const auto flags = static_cast<SecretSearchFlags>(SECRET_SEARCH_ALL | SECRET_SEARCH_LOAD_SECRETS);
-        secret_collection_search(target, &itemSchema(), matching, flags, cancellable, callback, data);
-    });
+    const auto result =
+        await([target, matching](GCancellable* cancellable, GAsyncReadyCallback callback, gpointer data) {
+            const auto flags = static_cast<SecretSearchFlags>(SECRET_SEARCH_ALL | SECRET_SEARCH_LOAD_SECRETS);
+            secret_collection_search(target, &itemSchema(), matching, flags, cancellable, callback, data);
+        });
     GError* error = nullptr;
     GList* found = secret_collection_search_finish(target, result.get(), &error);
     for (GList* entry = found; entry != nullptr; entry = entry->next) {

@@ -16,12 +16,10 @@ namespace keyferry {
 // SecretServiceBackend; one call at a time (its owner's caller serialises them).
 class SecretServiceSession {
 public:
-    template <typename T>
-    struct Unref {
+    template <typename T> struct Unref {
         void operator()(T* object) const { g_object_unref(object); }
     };
-    template <typename T>
-    using Ref = std::unique_ptr<T, Unref<T>>;
+    template <typename T> using Ref = std::unique_ptr<T, Unref<T>>;
 
     // Starts an asynchronous GIO call with the given cancellable, callback and user data.
     using Start = std::function<void(GCancellable*, GAsyncReadyCallback, gpointer)>;

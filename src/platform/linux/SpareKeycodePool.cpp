@@ -25,7 +25,8 @@ SpareKeycodePool::Slot* SpareKeycodePool::slotAt(Place place) {
 }
 
 std::optional<SpareKeycodePool::Place> SpareKeycodePool::placeOf(unsigned long keysym) const {
-    const auto found = std::find_if(slots.begin(), slots.end(), [&](const Slot& slot) { return slot.keysym == keysym; });
+    const auto found =
+        std::find_if(slots.begin(), slots.end(), [&](const Slot& slot) { return slot.keysym == keysym; });
     return found == slots.end() ? std::nullopt : std::optional<Place>(found->place);
 }
 
@@ -130,6 +131,8 @@ void SpareKeycodePool::forgetBindings() {
     }
 }
 
-bool SpareKeycodePool::isSpare(unsigned keycode) const { return slotAt(Place{keycode, 0}) != nullptr; }
+bool SpareKeycodePool::isSpare(unsigned keycode) const {
+    return slotAt(Place{keycode, 0}) != nullptr;
+}
 
 } // namespace keyferry

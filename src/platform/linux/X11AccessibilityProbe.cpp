@@ -8,7 +8,9 @@
 
 namespace keyferry {
 
-X11AccessibilityProbe::~X11AccessibilityProbe() { disconnect(); }
+X11AccessibilityProbe::~X11AccessibilityProbe() {
+    disconnect();
+}
 
 bool X11AccessibilityProbe::isTrusted(bool) {
     const std::lock_guard lock(mutex);

@@ -375,7 +375,8 @@ bool X11KeyboardSession::bindFor(std::u32string_view remaining, int group) {
 // A client that answers pings is asked, and only places it has confirmed reading (or never typed) are
 // taken: an estimate of its speed can be wrong when it is busy, its answer cannot. Without an answer, places
 // free up as the slowest client would read them.
-SpareKeycodePool::TimePoint X11KeyboardSession::placesFreeAt(std::size_t count, std::unordered_set<unsigned long>& bound) {
+SpareKeycodePool::TimePoint X11KeyboardSession::placesFreeAt(std::size_t count,
+                                                             std::unordered_set<unsigned long>& bound) {
     const auto now = std::chrono::steady_clock::now();
     if (typedInto && !typedIntoSeveral && ping->answersPings(*typedInto)) {
         constexpr SpareKeycodePool::TimePoint onlyConfirmed{};
@@ -614,7 +615,9 @@ bool X11KeyboardSession::awaitReading(std::chrono::steady_clock::time_point dead
     return !typedInto; // every key confirmed
 }
 
-bool X11KeyboardSession::hasBindings() const { return pool && pool->hasBindings(); }
+bool X11KeyboardSession::hasBindings() const {
+    return pool && pool->hasBindings();
+}
 
 std::optional<std::chrono::steady_clock::time_point> X11KeyboardSession::lastReadBy() const {
     return pool ? pool->lastReadBy() : std::nullopt;

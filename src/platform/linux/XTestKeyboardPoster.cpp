@@ -10,8 +10,12 @@ namespace {
 
 constexpr char32_t replacementCharacter = 0xFFFD;
 
-bool isHighSurrogate(char16_t unit) { return (unit & 0xFC00) == 0xD800; }
-bool isLowSurrogate(char16_t unit) { return (unit & 0xFC00) == 0xDC00; }
+bool isHighSurrogate(char16_t unit) {
+    return (unit & 0xFC00) == 0xD800;
+}
+bool isLowSurrogate(char16_t unit) {
+    return (unit & 0xFC00) == 0xDC00;
+}
 
 // Joins surrogate pairs into code points; a lone surrogate cannot be typed and becomes U+FFFD.
 std::u32string codePoints(std::u16string_view units) {
@@ -37,9 +41,8 @@ std::u32string codePoints(std::u16string_view units) {
 XTestKeyboardPoster::XTestKeyboardPoster() : XTestKeyboardPoster(Timing{}) {}
 
 XTestKeyboardPoster::XTestKeyboardPoster(Timing posterTiming)
-    : timing(posterTiming),
-      session(std::make_unique<X11KeyboardSession>(
-          X11KeyboardSession::Timing{timing.settle, timing.reuseGuard, timing.slowestKeyInterval})),
+    : timing(posterTiming), session(std::make_unique<X11KeyboardSession>(X11KeyboardSession::Timing{
+                                timing.settle, timing.reuseGuard, timing.slowestKeyInterval})),
       restorer([this](const std::stop_token& stop) { restoreWhenIdle(stop); }) {}
 
 XTestKeyboardPoster::~XTestKeyboardPoster() {

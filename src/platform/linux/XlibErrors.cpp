@@ -15,9 +15,13 @@ int countProtocolError(Display*, XErrorEvent*) {
 
 // A broken connection is reported to the process-wide handler first, then to the connection's own exit
 // handler below; both return, so the loss only fails the calls.
-int ignoreConnectionLoss(Display*) { return 0; }
+int ignoreConnectionLoss(Display*) {
+    return 0;
+}
 
-void markConnectionLost(Display*, void* data) { static_cast<std::atomic<bool>*>(data)->store(true); }
+void markConnectionLost(Display*, void* data) {
+    static_cast<std::atomic<bool>*>(data)->store(true);
+}
 
 } // namespace
 
@@ -30,7 +34,9 @@ void installXlibErrorHandlers() {
     });
 }
 
-int xlibProtocolErrors() { return protocolErrors.load(); }
+int xlibProtocolErrors() {
+    return protocolErrors.load();
+}
 
 void reportConnectionLoss(Display* display, std::atomic<bool>& lost) {
     XSetIOErrorExitHandler(display, markConnectionLost, &lost);

@@ -8,8 +8,7 @@ namespace keyferry {
 
 // Owns one CoreFoundation reference obtained from a Create or Copy call and releases it exactly once.
 // Move-only; an empty CFRef (nullptr) releases nothing. Same thread rules as the object it holds.
-template <typename Reference>
-class CFRef {
+template <typename Reference> class CFRef {
 public:
     CFRef() = default;
     explicit CFRef(Reference reference) : reference_(reference) {}

@@ -32,7 +32,8 @@ MutableDictionary baseQuery(const SecretQuery& query) {
 
 CFStringRef accessibleValue(SecretAccessibility accessibility) {
     switch (accessibility) {
-    case SecretAccessibility::afterFirstUnlock: return kSecAttrAccessibleAfterFirstUnlock;
+    case SecretAccessibility::afterFirstUnlock:
+        return kSecAttrAccessibleAfterFirstUnlock;
     }
     return kSecAttrAccessibleAfterFirstUnlock;
 }

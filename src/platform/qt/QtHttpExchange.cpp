@@ -118,7 +118,9 @@ void QtHttpExchange::retryLater() {
 }
 
 void QtHttpExchange::giveUp(const QString& why) {
-    const auto detail = lastNetworkError_.isEmpty() ? why : why + QStringLiteral(" while waiting for the network: ") + lastNetworkError_;
+    const auto detail = lastNetworkError_.isEmpty()
+                            ? why
+                            : why + QStringLiteral(" while waiting for the network: ") + lastNetworkError_;
     dropReply();
     complete(TransportError{detail.toStdString()});
 }

@@ -29,8 +29,8 @@ QtSerialQueue::QtSerialQueue(const std::string& name)
     thread_->setObjectName(QString::fromStdString(name));
     context_->moveToThread(thread_.get());
     // Runs on the queue's thread after its event loop has ended.
-    QObject::connect(thread_.get(), &QThread::finished, context_.get(), [this] { releaseOnQueueThread(); },
-                     Qt::DirectConnection);
+    QObject::connect(
+        thread_.get(), &QThread::finished, context_.get(), [this] { releaseOnQueueThread(); }, Qt::DirectConnection);
     thread_->start();
 }
 

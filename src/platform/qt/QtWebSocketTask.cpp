@@ -47,8 +47,7 @@ QtWebSocketTask::~QtWebSocketTask() {
     }
 }
 
-template <typename Work>
-void QtWebSocketTask::onQueue(Work work) {
+template <typename Work> void QtWebSocketTask::onQueue(Work work) {
     queue_.post([self = shared_from_this(), work = std::move(work)]() mutable { work(*self); });
 }
 

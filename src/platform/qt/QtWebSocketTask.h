@@ -42,8 +42,7 @@ private:
     using ReceiveCompletion = std::function<void(WebSocketReceiveResult)>;
     using ErrorCompletion = std::function<void(std::optional<WebSocketError>)>;
 
-    template <typename Work>
-    void onQueue(Work work);
+    template <typename Work> void onQueue(Work work);
     void open();
     void watchSocket();
     void opened();

@@ -7,9 +7,8 @@ namespace keyferry {
 namespace {
 
 std::uint32_t queuedBefore(const BacklogBrake::Connections& look, std::uint64_t inode) {
-    const auto found = std::find_if(look.begin(), look.end(), [inode](const auto& connection) {
-        return connection.inode == inode;
-    });
+    const auto found =
+        std::find_if(look.begin(), look.end(), [inode](const auto& connection) { return connection.inode == inode; });
     return found == look.end() ? 0 : found->queued;
 }
 

@@ -73,7 +73,9 @@ bool requestConnectedUnixSockets(int netlink) {
 }
 
 // Netlink's own macros cast in the C way; these walk the same aligned layout.
-constexpr std::size_t aligned(std::size_t length) { return (length + 3U) & ~std::size_t{3}; }
+constexpr std::size_t aligned(std::size_t length) {
+    return (length + 3U) & ~std::size_t{3};
+}
 
 template <typename T> T read(const char* at) {
     T value;

@@ -28,7 +28,6 @@ private:
 
     std::unique_ptr<GnomeRemoteDesktop> session;
     std::optional<Event> held; // the last key, not sent yet
-
 };
 
 } // namespace keyferry

@@ -40,8 +40,8 @@ GDBusConnection* sessionBus() {
 }
 
 bool hasOwner(GDBusConnection* bus, const char* name) {
-    GVariant* reply = call(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                           "NameHasOwner", g_variant_new("(s)", name), G_VARIANT_TYPE("(b)"));
+    GVariant* reply = call(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "NameHasOwner",
+                           g_variant_new("(s)", name), G_VARIANT_TYPE("(b)"));
     if (reply == nullptr) {
         return false;
     }
@@ -52,8 +52,8 @@ bool hasOwner(GDBusConnection* bus, const char* name) {
 }
 
 std::string createdSession(GDBusConnection* bus) {
-    GVariant* reply = call(bus, service, "/org/gnome/Mutter/RemoteDesktop", service, "CreateSession", nullptr,
-                           G_VARIANT_TYPE("(o)"));
+    GVariant* reply =
+        call(bus, service, "/org/gnome/Mutter/RemoteDesktop", service, "CreateSession", nullptr, G_VARIANT_TYPE("(o)"));
     if (reply == nullptr) {
         return {};
     }

@@ -26,7 +26,9 @@ const wl_registry_listener registryListener{onGlobal, onGlobalRemoved};
 
 } // namespace
 
-KdeKeyPresser::~KdeKeyPresser() { disconnect(); }
+KdeKeyPresser::~KdeKeyPresser() {
+    disconnect();
+}
 
 void KdeKeyPresser::disconnect() {
     if (fakeInput != nullptr) {

@@ -5,8 +5,8 @@
 namespace keyferry {
 
 double KeyPacer::queuedAt(TimePoint when) const {
-    const double read = std::chrono::duration<double>(when - queuedSince) /
-                        std::chrono::duration<double>(timing.sustainedInterval);
+    const double read =
+        std::chrono::duration<double>(when - queuedSince) / std::chrono::duration<double>(timing.sustainedInterval);
     return std::max(0.0, queued - std::max(0.0, read));
 }
 

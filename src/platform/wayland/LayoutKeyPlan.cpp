@@ -46,9 +46,13 @@ xkb_mod_mask_t modifierBit(xkb_keymap* keymap, const char* name) {
 }
 
 // The character a keysym types; line ends are typed with Return, which gives a carriage return.
-char32_t characterOf(xkb_keysym_t keysym) { return xkb_keysym_to_utf32(keysym); }
+char32_t characterOf(xkb_keysym_t keysym) {
+    return xkb_keysym_to_utf32(keysym);
+}
 
-bool isControl(char32_t character) { return character < 0x20 || (character >= 0x7f && character < 0xa0); }
+bool isControl(char32_t character) {
+    return character < 0x20 || (character >= 0x7f && character < 0xa0);
+}
 
 } // namespace
 

@@ -46,7 +46,7 @@ private:
     void findModifierKeys();
     void addKey(xkb_keycode_t keycode);
     std::optional<std::vector<LayoutKey>> modifiersFor(xkb_keycode_t keycode, xkb_level_index_t level,
-                                                        xkb_keysym_t keysym) const;
+                                                       xkb_keysym_t keysym) const;
     bool typesWith(xkb_keycode_t keycode, const std::vector<LayoutKey>& modifiers, xkb_keysym_t keysym) const;
     std::optional<std::vector<KeyStroke>> unicodeEntryFor(char32_t character) const;
     std::optional<LayoutKey> modifierKeyFor(xkb_keysym_t keysym) const;

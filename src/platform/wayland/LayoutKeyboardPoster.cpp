@@ -3,8 +3,8 @@
 #include "Utf16.h"
 
 #include <ranges>
-#include <vector>
 #include <thread>
+#include <vector>
 
 namespace keyferry {
 

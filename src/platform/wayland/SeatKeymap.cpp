@@ -15,7 +15,9 @@ namespace keyferry {
 
 namespace {
 
-SeatKeymap& owner(void* data) { return *static_cast<SeatKeymap*>(data); }
+SeatKeymap& owner(void* data) {
+    return *static_cast<SeatKeymap*>(data);
+}
 
 void onGlobal(void* data, wl_registry* registry, uint32_t name, const char* interface, uint32_t version) {
     owner(data).globalAdvertised(registry, name, interface, version);
@@ -23,7 +25,9 @@ void onGlobal(void* data, wl_registry* registry, uint32_t name, const char* inte
 void onGlobalRemoved(void*, wl_registry*, uint32_t) {}
 const wl_registry_listener registryListener{onGlobal, onGlobalRemoved};
 
-void onCapabilities(void* data, wl_seat*, uint32_t capabilities) { owner(data).seatCapabilities(capabilities); }
+void onCapabilities(void* data, wl_seat*, uint32_t capabilities) {
+    owner(data).seatCapabilities(capabilities);
+}
 void onSeatName(void*, wl_seat*, const char*) {}
 const wl_seat_listener seatListener{onCapabilities, onSeatName};
 
@@ -73,7 +77,9 @@ std::shared_ptr<const LayoutKeyPlan> planFor(xkb_context* context, const std::st
 
 SeatKeymap::SeatKeymap() : context(xkb_context_new(XKB_CONTEXT_NO_FLAGS), &xkb_context_unref) {}
 
-SeatKeymap::~SeatKeymap() { disconnect(); }
+SeatKeymap::~SeatKeymap() {
+    disconnect();
+}
 
 bool SeatKeymap::connect() {
     if (display != nullptr && wl_display_get_error(display) == 0) {

@@ -41,9 +41,12 @@ std::string waylandLack(const TypingSession& session) {
 
 std::string lackFor(const TypingSession& session) {
     switch (sessionKind(session)) {
-    case SessionKind::x11: return "This X session has no XTEST extension";
-    case SessionKind::wayland: return waylandLack(session);
-    case SessionKind::unknown: break;
+    case SessionKind::x11:
+        return "This X session has no XTEST extension";
+    case SessionKind::wayland:
+        return waylandLack(session);
+    case SessionKind::unknown:
+        break;
     }
     return "No desktop session found: neither WAYLAND_DISPLAY nor DISPLAY is set";
 }
@@ -90,7 +93,8 @@ TypingBackendChoice chooseTypingBackend(const TypingSession& session, const Typi
             }
         }
         break;
-    case SessionKind::unknown: break;
+    case SessionKind::unknown:
+        break;
     }
     return unavailable(lackFor(session));
 }

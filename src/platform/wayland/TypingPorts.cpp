@@ -19,11 +19,16 @@ namespace {
 // Whether a backend can type here now.
 bool works(TypingBackend backend) {
     switch (backend) {
-    case TypingBackend::xtest: return X11AccessibilityProbe().isTrusted(false);
-    case TypingBackend::virtualKeyboard: return VirtualKeyboardProbe().isTrusted(false);
-    case TypingBackend::gnomeRemoteDesktop: return GnomeRemoteDesktopProbe().isTrusted(false);
-    case TypingBackend::kdeFakeInput: return KdeFakeInputProbe().isTrusted(false);
-    case TypingBackend::none: break;
+    case TypingBackend::xtest:
+        return X11AccessibilityProbe().isTrusted(false);
+    case TypingBackend::virtualKeyboard:
+        return VirtualKeyboardProbe().isTrusted(false);
+    case TypingBackend::gnomeRemoteDesktop:
+        return GnomeRemoteDesktopProbe().isTrusted(false);
+    case TypingBackend::kdeFakeInput:
+        return KdeFakeInputProbe().isTrusted(false);
+    case TypingBackend::none:
+        break;
     }
     return false;
 }
@@ -32,9 +37,8 @@ bool works(TypingBackend backend) {
 
 TypingPorts TypingPorts::make(std::optional<TypingBackend> requested) {
     const TypingSession session = TypingSession::fromEnvironment();
-    TypingPorts ports{
-        requested ? chooseRequestedTypingBackend(*requested, works) : chooseTypingBackend(session, works), nullptr,
-        nullptr};
+    TypingPorts ports{requested ? chooseRequestedTypingBackend(*requested, works) : chooseTypingBackend(session, works),
+                      nullptr, nullptr};
     const TypingBackend backend = ports.choice.backend;
     if (backend == TypingBackend::virtualKeyboard) {
         ports.poster = std::make_unique<VirtualKeyboardPoster>();
@@ -45,8 +49,7 @@ TypingPorts TypingPorts::make(std::optional<TypingBackend> requested) {
     } else if (backend == TypingBackend::kdeFakeInput) {
         ports.poster = std::make_unique<LayoutKeyboardPoster>(std::make_unique<KdeKeyPresser>());
         ports.probe = std::make_unique<KdeFakeInputProbe>();
-    } else if (backend == TypingBackend::xtest ||
-               (backend == TypingBackend::none && !requested && session.isX11())) {
+    } else if (backend == TypingBackend::xtest || (backend == TypingBackend::none && !requested && session.isX11())) {
         ports.poster = std::make_unique<XTestKeyboardPoster>();
         ports.probe = std::make_unique<X11AccessibilityProbe>();
     } else {

@@ -48,9 +48,8 @@ bool VirtualKeyboardKeymap::include(const std::vector<std::uint32_t>& keysyms,
                                     std::span<const std::uint32_t> upcoming) {
     bool added = false;
     for (const std::uint32_t keysym : keysyms) {
-        auto key = std::find_if(keys.begin(), keys.end(), [keysym](const Key& candidate) {
-            return candidate.keysym == keysym;
-        });
+        auto key = std::find_if(keys.begin(), keys.end(),
+                                [keysym](const Key& candidate) { return candidate.keysym == keysym; });
         if (key == keys.end()) {
             const std::size_t slot = slotFor(keysyms);
             keys[slot].keysym = keysym;
@@ -117,8 +116,8 @@ std::optional<std::uint32_t> VirtualKeyboardKeymap::evdevKeyFor(std::uint32_t ke
 
 std::string VirtualKeyboardKeymap::text() const {
     const std::string name = "\"" + std::string(ownKeymapName) + "\"";
-    std::string keycodes = "xkb_keycodes " + name + " {\n    minimum = 8;\n    maximum = " +
-                           std::to_string(firstKeycode + capacity - 1) + ";\n";
+    std::string keycodes = "xkb_keycodes " + name +
+                           " {\n    minimum = 8;\n    maximum = " + std::to_string(firstKeycode + capacity - 1) + ";\n";
     std::string symbols = "xkb_symbols " + name + " {\n";
     for (std::size_t slot = 0; slot < keys.size(); ++slot) {
         keycodes += "    " + keyName(slot) + " = " + std::to_string(firstKeycode + slot) + ";\n";

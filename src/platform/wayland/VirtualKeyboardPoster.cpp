@@ -28,13 +28,12 @@ std::optional<std::vector<std::uint32_t>> keysymsTyping(std::u16string_view unit
 VirtualKeyboardPoster::VirtualKeyboardPoster() : VirtualKeyboardPoster(Timing{}) {}
 
 VirtualKeyboardPoster::VirtualKeyboardPoster(Timing posterTiming)
-    : timing(posterTiming),
-      keyboard(std::make_unique<WaylandVirtualKeyboard>(
-          WaylandVirtualKeyboard::Timing{.pacing = timing.pacing,
-                                         .blindPacing = timing.blindPacing,
-                                         .keymapSettle = timing.keymapSettle,
-                                         .keysPerRoundtrip = timing.keysPerRoundtrip,
-                                         .watchBacklog = timing.watchBacklog})),
+    : timing(posterTiming), keyboard(std::make_unique<WaylandVirtualKeyboard>(
+                                WaylandVirtualKeyboard::Timing{.pacing = timing.pacing,
+                                                               .blindPacing = timing.blindPacing,
+                                                               .keymapSettle = timing.keymapSettle,
+                                                               .keysPerRoundtrip = timing.keysPerRoundtrip,
+                                                               .watchBacklog = timing.watchBacklog})),
       restorer([this](const std::stop_token& stop) { restoreWhenIdle(stop); }) {
     const std::lock_guard lock(mutex);
     keyboard->connect(); // early, so clients have seen the keyboard before the first text

@@ -22,9 +22,9 @@ class WaylandVirtualKeyboard;
 // goes as a key of Keyferry's own keymap (see WaylandVirtualKeyboard). Line feeds are typed with Return and
 // tabs with Tab; other control characters cannot be typed, and a text holding one is refused whole.
 // The whole text, which canType sees before its chunks, lets each new keymap hold the keys of the text
-// that follows, so a text needs few keymaps. The user's keymap is given back `restoreAfter` after the last key (from a background thread), and at
-// destruction, `exitGrace` after the last key, so that Xwayland clients read their last keys with Keyferry's
-// keymap still in place.
+// that follows, so a text needs few keymaps. The user's keymap is given back `restoreAfter` after the last key (from a
+// background thread), and at destruction, `exitGrace` after the last key, so that Xwayland clients read their last keys
+// with Keyferry's keymap still in place.
 //
 // Ownership: owned by the application or a tool; connects at construction (and again after a loss) and keeps
 // one virtual keyboard for its whole life. Thread: postKeyPair and canType are called from one thread at a

@@ -7,7 +7,9 @@ namespace keyferry {
 
 namespace {
 
-void markDone(void* data, wl_callback*, uint32_t) { *static_cast<bool*>(data) = true; }
+void markDone(void* data, wl_callback*, uint32_t) {
+    *static_cast<bool*>(data) = true;
+}
 const wl_callback_listener doneListener{markDone};
 
 // Waits for events on the connection and reads them; false on time-out or error.
@@ -21,7 +23,8 @@ bool readEvents(wl_display* display, std::chrono::steady_clock::time_point deadl
         wl_display_cancel_read(display);
         return false;
     }
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
     pollfd descriptor{wl_display_get_fd(display), POLLIN, 0};
     if (left.count() <= 0 || poll(&descriptor, 1, static_cast<int>(left.count())) <= 0) {
         wl_display_cancel_read(display);

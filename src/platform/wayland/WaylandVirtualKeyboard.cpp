@@ -21,9 +21,13 @@ namespace {
 // How long the compositor may take to answer before typing gives up (it answers within a millisecond).
 constexpr std::chrono::milliseconds answerLimit(5000);
 
-bool answered(wl_display* display) { return roundtripWithin(display, answerLimit); }
+bool answered(wl_display* display) {
+    return roundtripWithin(display, answerLimit);
+}
 
-WaylandVirtualKeyboard& owner(void* data) { return *static_cast<WaylandVirtualKeyboard*>(data); }
+WaylandVirtualKeyboard& owner(void* data) {
+    return *static_cast<WaylandVirtualKeyboard*>(data);
+}
 
 void onGlobal(void* data, wl_registry* registry, uint32_t name, const char* interface, uint32_t version) {
     owner(data).globalAdvertised(registry, name, interface, version);
@@ -31,7 +35,9 @@ void onGlobal(void* data, wl_registry* registry, uint32_t name, const char* inte
 void onGlobalRemoved(void*, wl_registry*, uint32_t) {}
 const wl_registry_listener registryListener{onGlobal, onGlobalRemoved};
 
-void onCapabilities(void* data, wl_seat*, uint32_t capabilities) { owner(data).seatCapabilities(capabilities); }
+void onCapabilities(void* data, wl_seat*, uint32_t capabilities) {
+    owner(data).seatCapabilities(capabilities);
+}
 void onSeatName(void*, wl_seat*, const char*) {}
 const wl_seat_listener seatListener{onCapabilities, onSeatName};
 
