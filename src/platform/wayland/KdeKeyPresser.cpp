@@ -1,5 +1,6 @@
 #include "KdeKeyPresser.h"
 
+#include "SeatDiscovery.h"
 #include "WaylandRoundtrip.h"
 #include "fake-input-client-protocol.h"
 
@@ -17,12 +18,6 @@ constexpr std::chrono::milliseconds answerLimit(5000);
 // What KWin shows when it asks the user (Plasma 5.27 does not ask once the desktop entry grants it).
 constexpr const char* applicationName = "Keyferry";
 constexpr const char* reason = "Types the texts you send from your phone";
-
-void onGlobal(void* data, wl_registry* registry, uint32_t name, const char* interface, uint32_t version) {
-    static_cast<KdeKeyPresser*>(data)->globalAdvertised(registry, name, interface, version);
-}
-void onGlobalRemoved(void*, wl_registry*, uint32_t) {}
-const wl_registry_listener registryListener{onGlobal, onGlobalRemoved};
 
 } // namespace
 
@@ -55,7 +50,7 @@ bool KdeKeyPresser::ready() {
         return false;
     }
     registry = wl_display_get_registry(display);
-    wl_registry_add_listener(registry, &registryListener, this);
+    wl_registry_add_listener(registry, &SeatDiscovery<KdeKeyPresser>::registryListener, this);
     if (!roundtripWithin(display, answerLimit) || fakeInput == nullptr) {
         disconnect();
         return false;

@@ -1,13 +1,12 @@
 #include "SeatKeymap.h"
 
+#include "SeatDiscovery.h"
 #include "WaylandRoundtrip.h"
 
-#include <sys/mman.h>
 #include <unistd.h>
 #include <wayland-client.h>
 
 #include <algorithm>
-#include <cstring>
 #include <optional>
 #include <string_view>
 
@@ -19,32 +18,9 @@ SeatKeymap& owner(void* data) {
     return *static_cast<SeatKeymap*>(data);
 }
 
-void onGlobal(void* data, wl_registry* registry, uint32_t name, const char* interface, uint32_t version) {
-    owner(data).globalAdvertised(registry, name, interface, version);
-}
-void onGlobalRemoved(void*, wl_registry*, uint32_t) {}
-const wl_registry_listener registryListener{onGlobal, onGlobalRemoved};
-
-void onCapabilities(void* data, wl_seat*, uint32_t capabilities) {
-    owner(data).seatCapabilities(capabilities);
-}
-void onSeatName(void*, wl_seat*, const char*) {}
-const wl_seat_listener seatListener{onCapabilities, onSeatName};
-
-std::string keymapIn(int fd, uint32_t size) {
-    std::string text;
-    void* mapped = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fd, 0);
-    if (mapped != MAP_FAILED) {
-        const auto* characters = static_cast<const char*>(mapped);
-        text.assign(characters, strnlen(characters, size));
-        munmap(mapped, size);
-    }
-    return text;
-}
-
 void onKeymap(void* data, wl_keyboard*, uint32_t format, int32_t fd, uint32_t size) {
     if (format == WL_KEYBOARD_KEYMAP_FORMAT_XKB_V1) {
-        owner(data).keymapReceived(keymapIn(fd, size));
+        owner(data).keymapReceived(keymapText(fd, size));
     }
     close(fd);
 }
@@ -91,7 +67,7 @@ bool SeatKeymap::connect() {
         return false;
     }
     registry = wl_display_get_registry(display);
-    wl_registry_add_listener(registry, &registryListener, this);
+    wl_registry_add_listener(registry, &SeatDiscovery<SeatKeymap>::registryListener, this);
     return true;
 }
 
@@ -141,7 +117,7 @@ void SeatKeymap::globalAdvertised(wl_registry* source, std::uint32_t name, const
                                   std::uint32_t version) {
     if (std::string_view(interface) == wl_seat_interface.name && seat == nullptr) {
         seat = static_cast<wl_seat*>(wl_registry_bind(source, name, &wl_seat_interface, std::min(version, 5u)));
-        wl_seat_add_listener(seat, &seatListener, this);
+        wl_seat_add_listener(seat, &SeatDiscovery<SeatKeymap>::seatListener, this);
     }
 }
 

@@ -1,5 +1,6 @@
 #include "WaylandVirtualKeyboard.h"
 
+#include "SeatDiscovery.h"
 #include "WaylandRoundtrip.h"
 #include "virtual-keyboard-unstable-v1-client-protocol.h"
 
@@ -10,7 +11,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <thread>
 
@@ -29,32 +29,9 @@ WaylandVirtualKeyboard& owner(void* data) {
     return *static_cast<WaylandVirtualKeyboard*>(data);
 }
 
-void onGlobal(void* data, wl_registry* registry, uint32_t name, const char* interface, uint32_t version) {
-    owner(data).globalAdvertised(registry, name, interface, version);
-}
-void onGlobalRemoved(void*, wl_registry*, uint32_t) {}
-const wl_registry_listener registryListener{onGlobal, onGlobalRemoved};
-
-void onCapabilities(void* data, wl_seat*, uint32_t capabilities) {
-    owner(data).seatCapabilities(capabilities);
-}
-void onSeatName(void*, wl_seat*, const char*) {}
-const wl_seat_listener seatListener{onCapabilities, onSeatName};
-
-std::string readKeymap(int fd, uint32_t size) {
-    std::string text;
-    void* mapped = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fd, 0);
-    if (mapped != MAP_FAILED) {
-        const auto* characters = static_cast<const char*>(mapped);
-        text.assign(characters, strnlen(characters, size));
-        munmap(mapped, size);
-    }
-    return text;
-}
-
 void onKeymap(void* data, wl_keyboard*, uint32_t format, int32_t fd, uint32_t size) {
     if (format == WL_KEYBOARD_KEYMAP_FORMAT_XKB_V1) {
-        owner(data).keymapReceived(readKeymap(fd, size));
+        owner(data).keymapReceived(keymapText(fd, size));
     }
     close(fd);
 }
@@ -108,7 +85,7 @@ bool WaylandVirtualKeyboard::connect() {
         return false;
     }
     registry = wl_display_get_registry(display);
-    wl_registry_add_listener(registry, &registryListener, this);
+    wl_registry_add_listener(registry, &SeatDiscovery<WaylandVirtualKeyboard>::registryListener, this);
     if (!answered(display) || manager == nullptr || seat == nullptr) {
         disconnect();
         return false;
@@ -164,7 +141,7 @@ void WaylandVirtualKeyboard::globalAdvertised(wl_registry* source, uint32_t name
                                               uint32_t version) {
     if (interface == wl_seat_interface.name && seat == nullptr) {
         seat = static_cast<wl_seat*>(wl_registry_bind(source, name, &wl_seat_interface, std::min(version, 5u)));
-        wl_seat_add_listener(seat, &seatListener, this);
+        wl_seat_add_listener(seat, &SeatDiscovery<WaylandVirtualKeyboard>::seatListener, this);
     } else if (interface == zwp_virtual_keyboard_manager_v1_interface.name && manager == nullptr) {
         manager = static_cast<zwp_virtual_keyboard_manager_v1*>(
             wl_registry_bind(source, name, &zwp_virtual_keyboard_manager_v1_interface, 1));
