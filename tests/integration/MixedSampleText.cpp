@@ -78,6 +78,12 @@ const std::vector<Section>& manyScriptSections() {
     return all;
 }
 
+// What a US layout types on its own keys: English, code, punctuation, tabs.
+const std::vector<Section>& usLayoutSections() {
+    static const std::vector<Section> all = {everydaySections().front(), everydaySections().back()};
+    return all;
+}
+
 constexpr std::array<std::string_view, 6> separators = {" ", "\n", "\r\n", " ", "\r", "\n"};
 
 std::string sampleText(const std::vector<Section>& sections, std::size_t characters) {
@@ -154,6 +160,10 @@ std::string mixedSampleText(std::size_t characters) {
 
 std::string manyScriptSampleText(std::size_t characters) {
     return sampleText(manyScriptSections(), characters);
+}
+
+std::string usLayoutSampleText(std::size_t characters) {
+    return sampleText(usLayoutSections(), characters);
 }
 
 std::string withTypedLineEnds(const std::string& text) {

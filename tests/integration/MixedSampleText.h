@@ -15,6 +15,10 @@ std::string mixedSampleText(std::size_t characters);
 // three hundred distinct characters beyond ASCII, more than the spare keycodes of a keyboard hold at once.
 std::string manyScriptSampleText(std::size_t characters);
 
+// Only what a US layout types on its own keys (English, code, every ASCII symbol, tabs, line ends), for
+// routes that press the user's own keys.
+std::string usLayoutSampleText(std::size_t characters);
+
 // Chinese prose stand-in of exactly `characters` code points with `distinct` different ideographs (each at
 // least once, when the text is long enough), spread as in running text, with a full-width comma or full stop
 // every few characters and a line break every few sentences. Deterministic.

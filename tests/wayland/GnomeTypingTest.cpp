@@ -3,7 +3,9 @@
 // seat first, as a real desktop's keyboard would. Characters of the layout arrive as their keys, the others
 // through the Unicode entry.
 #include "HeadlessCompositor.h"
+#include "MixedSampleText.h"
 #include "ReceivedText.h"
+#include "StoppedReceiver.h"
 
 #include <gtest/gtest.h>
 
@@ -67,6 +69,19 @@ TEST_F(GnomeTypingTest, ATextWithACharacterNoKeyTypesIsRefusedWholeAndNothingArr
     EXPECT_EQ(type("typed? \x07 no"), 1);
     EXPECT_EQ(type("yes"), 0);
     EXPECT_EQ(receivedText(output, 3, std::chrono::seconds(3)), "yes");
+}
+
+// A window that reads nothing for a while (busy, or stopped here) gets the whole text once it reads again,
+// rather than being dropped by the compositor for the keys queued meanwhile while typing says "typed".
+TEST_F(GnomeTypingTest, AGtkTextViewThatStopsReadingForAWhileStillGetsTheWholeText) {
+    const std::string text = usLayoutSampleText(3000);
+    const auto status = typeWhileReceiverStopped(
+        receiver->pid(), [&] { return mutter->run({KEYFERRY_TYPE_TOOL, "--backend=gnome"}, {}, text); }, 3s);
+    EXPECT_EQ(status, std::optional<int>(0));
+    const std::string expected = withTypedLineEnds(text);
+    const std::string got = receivedText(output, expected.size(), 3s);
+    EXPECT_EQ(got.size(), expected.size()) << mutter->log();
+    EXPECT_TRUE(got == expected);
 }
 
 TEST_F(GnomeTypingTest, TheChoiceForThisSessionIsGnomesRemoteDesktop) {

@@ -4,7 +4,9 @@
 // Russian layout, the US one in effect unless a test switches: the two share no letter key, so without knowing
 // the layout in effect every text with a letter would be refused.
 #include "HeadlessCompositor.h"
+#include "MixedSampleText.h"
 #include "ReceivedText.h"
+#include "StoppedReceiver.h"
 
 #include <gtest/gtest.h>
 
@@ -81,6 +83,20 @@ TEST_F(KdeTypingTest, TheLayoutInEffectIsTheOneKdeSays) {
     EXPECT_EQ(switchTo("0"), 0);
     ASSERT_EQ(status, 0);
     EXPECT_EQ(receivedText(output, text.size(), std::chrono::seconds(3)), text);
+}
+
+// A window that reads nothing for a while (busy, or stopped here) gets the whole text once it reads again,
+// rather than being dropped by the compositor for the keys queued meanwhile while typing says "typed".
+TEST_F(KdeTypingTest, AGtkTextViewThatStopsReadingForAWhileStillGetsTheWholeText) {
+    const std::string text = usLayoutSampleText(3000);
+    const auto status = typeWhileReceiverStopped(
+        receiver->pid(),
+        [&] { return kwin->run({kwin->file("keyferry-type").string(), "--backend=kde"}, {}, text); }, 3s);
+    EXPECT_EQ(status, std::optional<int>(0));
+    const std::string expected = withTypedLineEnds(text);
+    const std::string got = receivedText(output, expected.size(), 3s);
+    EXPECT_EQ(got.size(), expected.size()) << kwin->log();
+    EXPECT_TRUE(got == expected);
 }
 
 TEST_F(KdeTypingTest, TheChoiceForThisSessionIsKdesFakeInput) {
