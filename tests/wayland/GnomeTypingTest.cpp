@@ -76,12 +76,27 @@ TEST_F(GnomeTypingTest, ATextWithACharacterNoKeyTypesIsRefusedWholeAndNothingArr
 TEST_F(GnomeTypingTest, AGtkTextViewThatStopsReadingForAWhileStillGetsTheWholeText) {
     const std::string text = usLayoutSampleText(3000);
     const auto status = typeWhileReceiverStopped(
-        receiver->pid(), [&] { return mutter->run({KEYFERRY_TYPE_TOOL, "--backend=gnome"}, {}, text); }, 3s);
+        receiver->pid(),
+        [&] {
+            return mutter->run({KEYFERRY_TYPE_TOOL, "--backend=gnome"}, {}, text);
+        },
+        3s);
     EXPECT_EQ(status, std::optional<int>(0));
     const std::string expected = withTypedLineEnds(text);
     const std::string got = receivedText(output, expected.size(), 3s);
     EXPECT_EQ(got.size(), expected.size()) << mutter->log();
     EXPECT_TRUE(got == expected);
+}
+
+// Never a silent loss: when the window reads nothing for longer than typing waits, the text fails.
+TEST_F(GnomeTypingTest, AWindowThatReadsNothingForLongerThanTypingWaitsFailsTheText) {
+    const auto status = typeWhileReceiverStopped(
+        receiver->pid(),
+        [&] {
+            return mutter->run({KEYFERRY_TYPE_TOOL, "--backend=gnome"}, {}, usLayoutSampleText(3000));
+        },
+        10s);
+    EXPECT_EQ(status, std::optional<int>(1));
 }
 
 TEST_F(GnomeTypingTest, TheChoiceForThisSessionIsGnomesRemoteDesktop) {

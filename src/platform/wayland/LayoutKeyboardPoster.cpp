@@ -1,5 +1,6 @@
 #include "LayoutKeyboardPoster.h"
 
+#include "ReceiverWait.h"
 #include "Utf16.h"
 
 #include <ranges>
@@ -15,9 +16,12 @@ constexpr std::chrono::milliseconds keymapLimit(2000);
 
 } // namespace
 
-LayoutKeyboardPoster::LayoutKeyboardPoster(std::unique_ptr<UserKeyPresser> presser, KeyPacer::Timing pacing,
+LayoutKeyboardPoster::LayoutKeyboardPoster(std::unique_ptr<UserKeyPresser> presser)
+    : LayoutKeyboardPoster(std::move(presser), Timing()) {}
+
+LayoutKeyboardPoster::LayoutKeyboardPoster(std::unique_ptr<UserKeyPresser> presser, Timing posterTiming,
                                            PlanSource planSource)
-    : keys(std::move(presser)), plans(std::move(planSource)), pacer(pacing) {
+    : keys(std::move(presser)), plans(std::move(planSource)), timing(posterTiming), pacer(timing.pacing) {
     if (!plans) {
         seat = std::make_unique<SeatKeymap>();
         plans = [this] { return seat->plan(keymapLimit, keys->layoutInEffect()); };
@@ -35,6 +39,7 @@ bool LayoutKeyboardPoster::canType(std::u16string_view text) {
     if (!plan) {
         return false;
     }
+    watchReceiver();
     for (const char32_t character : codePointsFromUtf16(text)) {
         if (!plan->strokesFor(character)) {
             return false;
@@ -61,6 +66,10 @@ bool LayoutKeyboardPoster::postKeyPair(std::u16string_view units) {
     // Each character confirmed before the next: a route that queues keys (GNOME's) could otherwise hand a
     // window a burst of them after a stall.
     for (const auto& strokes : characters) {
+        if (!receiverKeepsUp()) {
+            plan.reset();
+            return false;
+        }
         bool typed = true;
         for (const KeyStroke& stroke : strokes) {
             typed = typed && tap(stroke);
@@ -69,6 +78,7 @@ bool LayoutKeyboardPoster::postKeyPair(std::u16string_view units) {
             plan.reset();
             return false;
         }
+        brake.keysSent();
     }
     return true;
 }
@@ -98,6 +108,20 @@ bool LayoutKeyboardPoster::press(const LayoutKey& key, bool pressed) {
         pacer.sent(std::chrono::steady_clock::now());
     }
     return keys->press(key, pressed);
+}
+
+// A new text may go to another window: the brake learns its connection anew, so a window typed into before
+// that is slow for reasons of its own never holds it up.
+void LayoutKeyboardPoster::watchReceiver() {
+    brake = BacklogBrake();
+    backlog.reset();
+    if (const int connection = seat ? seat->connection() : -1; connection >= 0) {
+        backlog.emplace(connection);
+    }
+}
+
+bool LayoutKeyboardPoster::receiverKeepsUp() {
+    return waitForReceiver(brake, backlog, timing.receiverPatience).keepsUp;
 }
 
 } // namespace keyferry

@@ -113,6 +113,10 @@ std::shared_ptr<const LayoutKeyPlan> SeatKeymap::plan(std::chrono::milliseconds 
     return current;
 }
 
+int SeatKeymap::connection() const {
+    return display != nullptr ? wl_display_get_fd(display) : -1;
+}
+
 void SeatKeymap::globalAdvertised(wl_registry* source, std::uint32_t name, const char* interface,
                                   std::uint32_t version) {
     if (std::string_view(interface) == wl_seat_interface.name && seat == nullptr) {

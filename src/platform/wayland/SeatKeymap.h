@@ -39,6 +39,9 @@ public:
     std::shared_ptr<const LayoutKeyPlan> plan(std::chrono::milliseconds limit,
                                               std::optional<std::uint32_t> knownLayout = std::nullopt);
 
+    // The connection to the compositor (its file descriptor), -1 when not connected; valid until the next plan().
+    int connection() const;
+
     // Called by the listeners with what the compositor sends.
     void globalAdvertised(wl_registry* registry, std::uint32_t name, const char* interface, std::uint32_t version);
     void seatCapabilities(std::uint32_t capabilities);

@@ -1,5 +1,6 @@
 #include "WaylandVirtualKeyboard.h"
 
+#include "ReceiverWait.h"
 #include "SeatDiscovery.h"
 #include "WaylandRoundtrip.h"
 #include "virtual-keyboard-unstable-v1-client-protocol.h"
@@ -245,24 +246,9 @@ bool WaylandVirtualKeyboard::pressAndRelease(std::span<const uint32_t> evdevKeys
 // Waits while the client receiving the keys is behind; false when it read nothing for `receiverPatience`.
 // True at once where the compositor's connections cannot be seen: the blind pacer alone then keeps the pace.
 bool WaylandVirtualKeyboard::receiverKeepsUp() {
-    auto deadline = std::chrono::steady_clock::now() + timing.receiverPatience;
-    std::uint64_t lastExcess = 0;
-    for (;;) {
-        const auto connections = backlog ? backlog->sample() : std::nullopt;
-        backlogSeen = connections.has_value();
-        const std::uint64_t excess = connections ? brake.excess(*connections) : 0;
-        if (excess == 0) {
-            return true;
-        }
-        if (lastExcess != 0 && excess < lastExcess) {
-            deadline = std::chrono::steady_clock::now() + timing.receiverPatience;
-        }
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        lastExcess = excess;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    const ReceiverLook look = waitForReceiver(brake, backlog, timing.receiverPatience);
+    backlogSeen = look.backlogSeen;
+    return look.keepsUp;
 }
 
 void WaylandVirtualKeyboard::restoreUserKeymap() {
