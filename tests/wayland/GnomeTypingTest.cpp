@@ -99,6 +99,22 @@ TEST_F(GnomeTypingTest, AWindowThatReadsNothingForLongerThanTypingWaitsFailsTheT
     EXPECT_EQ(status, std::optional<int>(1));
 }
 
+// Caps Lock, turned on by the user, would swap the case of every letter typed with the layout's keys.
+TEST_F(GnomeTypingTest, WithCapsLockOnLettersStillArriveInTheirOwnCase) {
+    // Turns the lock on or off; how it was before.
+    const auto capsLock = [](const char* state) {
+        auto tap = mutter->run({"python3", KEYFERRY_GNOME_CAPS_LOCK, state});
+        const auto before = tap->readLine(20s);
+        return tap->waitForExit(20s) == std::optional<int>(0) ? before : std::nullopt;
+    };
+    ASSERT_EQ(capsLock("on"), std::optional<std::string>("off"));
+    const std::string text = "Hello, World! ABC def 123 \u00e9 \u0416\n";
+    const int status = type(text);
+    EXPECT_EQ(capsLock("off"), std::optional<std::string>("on")) << "the lock was not put back";
+    ASSERT_EQ(status, 0);
+    EXPECT_EQ(receivedText(output, text.size(), std::chrono::seconds(3)), text);
+}
+
 TEST_F(GnomeTypingTest, TheChoiceForThisSessionIsGnomesRemoteDesktop) {
     ASSERT_EQ(type("chosen", {}), 0);
     EXPECT_EQ(receivedText(output, 6, std::chrono::seconds(3)), "chosen");

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,8 @@ public:
         std::vector<std::string> events;
         bool available = true;
         bool confirms = true;
+        int confirmsBeforeFailing = -1; // none: every one that `confirms` allows
+        std::optional<bool> capsLock;
     };
 
     explicit RecordingPresser(Record& into) : record(into) {}
@@ -30,8 +33,13 @@ public:
     }
     bool confirm() override {
         record.events.push_back("confirm");
+        if (record.confirmsBeforeFailing == 0) {
+            return false;
+        }
+        --record.confirmsBeforeFailing;
         return record.confirms;
     }
+    std::optional<bool> capsLockOn() override { return record.capsLock; }
 
 private:
     Record& record;
@@ -78,6 +86,34 @@ TEST_F(LayoutKeyboardPosterTest, AChunkTheRouteDidNotConfirmIsNotTypedAndStopsTh
     record.confirms = false;
     EXPECT_FALSE(poster.postKeyPair(u"abc"));
     EXPECT_EQ(record.events, (std::vector<std::string>{"+a", "-a", "confirm"}));
+}
+
+TEST_F(LayoutKeyboardPosterTest, CapsLockIsReleasedBeforeATextAndPutBackAfterItsLastChunk) {
+    record.capsLock = true;
+    ASSERT_TRUE(poster.canType(u"aAb"));
+    ASSERT_TRUE(poster.postKeyPair(u"aA"));
+    ASSERT_TRUE(poster.postKeyPair(u"b"));
+    EXPECT_EQ(record.events, (std::vector<std::string>{"+Caps_Lock", "-Caps_Lock", "confirm", "+a", "-a", "confirm",
+                                                       "+Shift_L", "+a", "-a", "-Shift_L", "confirm", "+b", "-b",
+                                                       "confirm", "+Caps_Lock", "-Caps_Lock", "confirm"}));
+}
+
+TEST_F(LayoutKeyboardPosterTest, CapsLockIsPutBackWhenTheTextFails) {
+    record.capsLock = true;
+    record.confirmsBeforeFailing = 1; // the lock's release, not the first character
+    ASSERT_TRUE(poster.canType(u"ab"));
+    EXPECT_FALSE(poster.postKeyPair(u"a"));
+    EXPECT_EQ(record.events, (std::vector<std::string>{"+Caps_Lock", "-Caps_Lock", "confirm", "+a", "-a", "confirm",
+                                                       "+Caps_Lock", "-Caps_Lock", "confirm"}));
+}
+
+TEST_F(LayoutKeyboardPosterTest, WithCapsLockOffOrUnknownNoLockKeyIsPressed) {
+    ASSERT_TRUE(poster.canType(u"a"));
+    ASSERT_TRUE(poster.postKeyPair(u"a"));
+    record.capsLock = false;
+    ASSERT_TRUE(poster.canType(u"a"));
+    ASSERT_TRUE(poster.postKeyPair(u"a"));
+    EXPECT_EQ(record.events, (std::vector<std::string>{"+a", "-a", "confirm", "+a", "-a", "confirm"}));
 }
 
 TEST_F(LayoutKeyboardPosterTest, WithoutTheRouteOrAKeymapNothingCanBeTyped) {

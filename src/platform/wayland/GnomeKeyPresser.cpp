@@ -20,6 +20,10 @@ bool GnomeKeyPresser::press(const LayoutKey& key, bool pressed) {
     return true;
 }
 
+std::optional<bool> GnomeKeyPresser::capsLockOn() {
+    return session ? session->capsLockOn() : std::nullopt;
+}
+
 bool GnomeKeyPresser::confirm() {
     if (!session) {
         held.reset();

@@ -19,6 +19,7 @@ public:
     bool ready() override;
     bool press(const LayoutKey& key, bool pressed) override;
     bool confirm() override;
+    std::optional<bool> capsLockOn() override;
 
 private:
     struct Event {

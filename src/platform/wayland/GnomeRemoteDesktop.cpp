@@ -101,6 +101,23 @@ GnomeRemoteDesktop::~GnomeRemoteDesktop() {
     g_object_unref(bus);
 }
 
+std::optional<bool> GnomeRemoteDesktop::capsLockOn() const {
+    GVariant* reply = call(bus, service, session.c_str(), "org.freedesktop.DBus.Properties", "Get",
+                           g_variant_new("(ss)", sessionInterface, "CapsLockState"), G_VARIANT_TYPE("(v)"));
+    if (reply == nullptr) {
+        return std::nullopt;
+    }
+    GVariant* value = nullptr;
+    g_variant_get(reply, "(v)", &value);
+    std::optional<bool> on;
+    if (g_variant_is_of_type(value, G_VARIANT_TYPE_BOOLEAN)) {
+        on = g_variant_get_boolean(value) != FALSE;
+    }
+    g_variant_unref(value);
+    g_variant_unref(reply);
+    return on;
+}
+
 bool GnomeRemoteDesktop::pressKeysym(std::uint32_t keysym, bool pressed, bool answered) {
     GVariant* key = g_variant_new("(ub)", keysym, static_cast<gboolean>(pressed));
     if (answered) {

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 struct _GDBusConnection;
@@ -27,6 +28,9 @@ public:
     // Presses or releases the key of a keysym. With `answered`, waits for mutter's answer: false when mutter
     // refused this key or an earlier one, or could not be reached. Without, returns at once (true).
     bool pressKeysym(std::uint32_t keysym, bool pressed, bool answered);
+
+    // Whether Caps Lock is on for the seat, as mutter tells it; none when it cannot be asked.
+    std::optional<bool> capsLockOn() const;
 
     // Whether the bus has a GNOME remote-desktop service (without starting one).
     static bool offered();

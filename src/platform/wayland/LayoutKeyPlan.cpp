@@ -180,6 +180,16 @@ std::optional<std::vector<KeyStroke>> LayoutKeyPlan::strokesFor(char32_t charact
     return unicodeEntryFor(character);
 }
 
+std::optional<LayoutKey> LayoutKeyPlan::capsLockKey() const {
+    for (xkb_keycode_t keycode = xkb_keymap_min_keycode(keymap.get()); keycode <= xkb_keymap_max_keycode(keymap.get());
+         ++keycode) {
+        if (onlyKeysym(keymap.get(), keycode, layout, 0) == XKB_KEY_Caps_Lock) {
+            return LayoutKey{keycode, XKB_KEY_Caps_Lock};
+        }
+    }
+    return std::nullopt;
+}
+
 std::optional<LayoutKey> LayoutKeyPlan::modifierKeyFor(xkb_keysym_t keysym) const {
     for (const ModifierKey& modifier : modifierKeys) {
         if (modifier.key.keysym == keysym) {

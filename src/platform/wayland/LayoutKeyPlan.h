@@ -34,6 +34,9 @@ public:
     // The stroke of a character on the layout's own keys, without the Unicode entry.
     std::optional<KeyStroke> layoutStrokeFor(char32_t character) const;
 
+    // The key that toggles Caps Lock, when the layout has one.
+    std::optional<LayoutKey> capsLockKey() const;
+
 private:
     struct ModifierKey {
         LayoutKey key;

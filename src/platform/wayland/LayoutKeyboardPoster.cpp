@@ -40,6 +40,7 @@ bool LayoutKeyboardPoster::canType(std::u16string_view text) {
         return false;
     }
     watchReceiver();
+    unitsLeft = text.size();
     for (const char32_t character : codePointsFromUtf16(text)) {
         if (!plan->strokesFor(character)) {
             return false;
@@ -63,11 +64,22 @@ bool LayoutKeyboardPoster::postKeyPair(std::u16string_view units) {
         }
         characters.push_back(std::move(*strokes));
     }
-    // Each character confirmed before the next: a route that queues keys (GNOME's) could otherwise hand a
-    // window a burst of them after a stall.
+    const bool typed = capsLockOffForTheText() && typeCharacters(characters);
+    unitsLeft -= std::min(unitsLeft, units.size());
+    if (!typed || unitsLeft == 0) {
+        restoreCapsLock();
+    }
+    if (!typed) {
+        plan.reset();
+    }
+    return typed;
+}
+
+// Each character confirmed before the next: a route that queues keys (GNOME's) could otherwise hand a window a
+// burst of them after a stall.
+bool LayoutKeyboardPoster::typeCharacters(const std::vector<std::vector<KeyStroke>>& characters) {
     for (const auto& strokes : characters) {
         if (!receiverKeepsUp()) {
-            plan.reset();
             return false;
         }
         bool typed = true;
@@ -75,12 +87,37 @@ bool LayoutKeyboardPoster::postKeyPair(std::u16string_view units) {
             typed = typed && tap(stroke);
         }
         if (!keys->confirm() || !typed) {
-            plan.reset();
             return false;
         }
         brake.keysSent();
     }
     return true;
+}
+
+// Caps Lock would swap the case of every letter and keep windows from starting the Unicode entry, so it is
+// released before a text's first key and put back after its last. False when it is on and cannot be released.
+bool LayoutKeyboardPoster::capsLockOffForTheText() {
+    if (capsLock != CapsLock::unchecked) {
+        return true;
+    }
+    capsLock = CapsLock::off;
+    if (!keys->capsLockOn().value_or(false)) {
+        return true;
+    }
+    const auto key = plan->capsLockKey();
+    if (!key || !tap(KeyStroke{*key, {}}) || !keys->confirm()) {
+        return false;
+    }
+    capsLock = CapsLock::released;
+    return true;
+}
+
+void LayoutKeyboardPoster::restoreCapsLock() {
+    const auto key = plan ? plan->capsLockKey() : std::nullopt;
+    if (capsLock == CapsLock::released && key && tap(KeyStroke{*key, {}})) {
+        keys->confirm();
+    }
+    capsLock = CapsLock::unchecked;
 }
 
 bool LayoutKeyboardPoster::tap(const KeyStroke& stroke) {

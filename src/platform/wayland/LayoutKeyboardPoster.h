@@ -13,6 +13,7 @@
 #include <memory>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 namespace keyferry {
 
@@ -21,6 +22,7 @@ namespace keyferry {
 // of their level, any other through the input method's Unicode entry (see LayoutKeyPlan). The keymap is the
 // one the compositor gives its clients (see SeatKeymap), read again before each text. A text holding a
 // character that no stroke types (a control character other than line feed and tab) is refused whole.
+// Caps Lock, where the route tells it is on, is released for each text and put back after it.
 // Presses are paced (see KeyPacer) so that no window is flooded: a compositor drops a client that falls too
 // far behind, and GTK windows also trade input-method state with the compositor at every key. Where the
 // compositor's connections can be seen (CompositorBacklog of the compositor that the seat's keymap comes from),
@@ -59,6 +61,9 @@ private:
     std::shared_ptr<const LayoutKeyPlan> currentPlan();
     bool tap(const KeyStroke& stroke);
     bool press(const LayoutKey& key, bool pressed);
+    bool typeCharacters(const std::vector<std::vector<KeyStroke>>& characters);
+    bool capsLockOffForTheText();
+    void restoreCapsLock();
     void watchReceiver();
     bool receiverKeepsUp();
 
@@ -68,6 +73,8 @@ private:
     std::shared_ptr<const LayoutKeyPlan> plan;
     Timing timing;
     KeyPacer pacer;
+    std::size_t unitsLeft = 0; // of the text last asked about, not posted yet
+    enum class CapsLock { unchecked, off, released } capsLock = CapsLock::unchecked; // for the text being typed
     std::optional<CompositorBacklog> backlog;
     BacklogBrake brake;
 };

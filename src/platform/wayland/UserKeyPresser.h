@@ -26,6 +26,9 @@ public:
 
     // The layout (xkb group) of the user's keymap in effect, when the route's desktop tells it.
     virtual std::optional<std::uint32_t> layoutInEffect() { return std::nullopt; }
+
+    // Whether Caps Lock is on for the seat, when the route's desktop tells it.
+    virtual std::optional<bool> capsLockOn() { return std::nullopt; }
 };
 
 } // namespace keyferry
