@@ -21,9 +21,10 @@ using namespace std::chrono_literals;
 class KdeTypingTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        kwin = std::make_unique<HeadlessCompositor>(HeadlessCompositor::Kind::kwin,
-                                                    std::vector<std::filesystem::path>{KEYFERRY_TYPE_TOOL},
-                                                    KEYFERRY_DESKTOP_ENTRY, "us,ru");
+        kwin = std::make_unique<HeadlessCompositor>(
+            HeadlessCompositor::Kind::kwin,
+            std::vector<std::filesystem::path>{KEYFERRY_TYPE_TOOL, KEYFERRY_KDE_CAPS_LOCK}, KEYFERRY_DESKTOP_ENTRY,
+            "us,ru");
     }
 
     static void TearDownTestSuite() { kwin.reset(); }
@@ -91,12 +92,31 @@ TEST_F(KdeTypingTest, AGtkTextViewThatStopsReadingForAWhileStillGetsTheWholeText
     const std::string text = usLayoutSampleText(3000);
     const auto status = typeWhileReceiverStopped(
         receiver->pid(),
-        [&] { return kwin->run({kwin->file("keyferry-type").string(), "--backend=kde"}, {}, text); }, 3s);
+        [&] {
+            return kwin->run({kwin->file("keyferry-type").string(), "--backend=kde"}, {}, text);
+        },
+        3s);
     EXPECT_EQ(status, std::optional<int>(0));
     const std::string expected = withTypedLineEnds(text);
     const std::string got = receivedText(output, expected.size(), 3s);
     EXPECT_EQ(got.size(), expected.size()) << kwin->log();
     EXPECT_TRUE(got == expected);
+}
+
+// Caps Lock, turned on by the user, would swap the case of every letter typed with the layout's keys.
+TEST_F(KdeTypingTest, WithCapsLockOnLettersStillArriveInTheirOwnCase) {
+    // Turns the lock on or off; how it was before.
+    const auto capsLock = [](const char* state) {
+        auto tap = kwin->run({kwin->file("keyferry-kde-caps-lock").string(), state});
+        const auto before = tap->readLine(20s);
+        return tap->waitForExit(20s) == std::optional<int>(0) ? before : std::nullopt;
+    };
+    ASSERT_EQ(capsLock("on"), std::optional<std::string>("off"));
+    const std::string text = "Hello, World! ABC def 123 \u00e9\n";
+    const int status = typeGranted(text);
+    EXPECT_EQ(capsLock("off"), std::optional<std::string>("on")) << "the lock was not put back";
+    ASSERT_EQ(status, 0);
+    EXPECT_EQ(receivedText(output, text.size(), std::chrono::seconds(3)), text);
 }
 
 TEST_F(KdeTypingTest, TheChoiceForThisSessionIsKdesFakeInput) {

@@ -3,6 +3,7 @@
 #include "SeatDiscovery.h"
 #include "WaylandRoundtrip.h"
 #include "fake-input-client-protocol.h"
+#include "keystate-client-protocol.h"
 
 #include <gio/gio.h>
 #include <wayland-client.h>
@@ -19,6 +20,11 @@ constexpr std::chrono::milliseconds answerLimit(5000);
 constexpr const char* applicationName = "Keyferry";
 constexpr const char* reason = "Types the texts you send from your phone";
 
+void onLockStateChanged(void* data, org_kde_kwin_keystate*, std::uint32_t key, std::uint32_t state) {
+    static_cast<KdeKeyPresser*>(data)->lockStateChanged(key, state);
+}
+const org_kde_kwin_keystate_listener keyStateListener{onLockStateChanged};
+
 } // namespace
 
 KdeKeyPresser::~KdeKeyPresser() {
@@ -29,6 +35,9 @@ void KdeKeyPresser::disconnect() {
     if (fakeInput != nullptr) {
         org_kde_kwin_fake_input_destroy(fakeInput);
     }
+    if (keyStates != nullptr) {
+        wl_proxy_destroy(reinterpret_cast<wl_proxy*>(keyStates)); // its destroy request came with version 4
+    }
     if (registry != nullptr) {
         wl_registry_destroy(registry);
     }
@@ -36,6 +45,8 @@ void KdeKeyPresser::disconnect() {
         wl_display_disconnect(display);
     }
     fakeInput = nullptr;
+    keyStates = nullptr;
+    capsLocked.reset();
     registry = nullptr;
     display = nullptr;
 }
@@ -65,7 +76,29 @@ void KdeKeyPresser::globalAdvertised(wl_registry* source, std::uint32_t name, co
         version >= keysSince) {
         fakeInput = static_cast<org_kde_kwin_fake_input*>(
             wl_registry_bind(source, name, &org_kde_kwin_fake_input_interface, keysSince));
+    } else if (std::string_view(interface) == org_kde_kwin_keystate_interface.name && keyStates == nullptr) {
+        keyStates =
+            static_cast<org_kde_kwin_keystate*>(wl_registry_bind(source, name, &org_kde_kwin_keystate_interface, 1));
+        org_kde_kwin_keystate_add_listener(keyStates, &keyStateListener, this);
     }
+}
+
+void KdeKeyPresser::lockStateChanged(std::uint32_t key, std::uint32_t state) {
+    if (key == ORG_KDE_KWIN_KEYSTATE_KEY_CAPSLOCK) {
+        capsLocked = state == ORG_KDE_KWIN_KEYSTATE_STATE_LOCKED;
+    }
+}
+
+std::optional<bool> KdeKeyPresser::capsLockOn() {
+    if (keyStates == nullptr || display == nullptr) {
+        return std::nullopt;
+    }
+    org_kde_kwin_keystate_fetchStates(keyStates);
+    if (!roundtripWithin(display, answerLimit)) {
+        disconnect();
+        return std::nullopt;
+    }
+    return capsLocked;
 }
 
 bool KdeKeyPresser::press(const LayoutKey& key, bool pressed) {

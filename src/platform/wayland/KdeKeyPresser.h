@@ -7,6 +7,7 @@
 struct wl_display;
 struct wl_registry;
 struct org_kde_kwin_fake_input;
+struct org_kde_kwin_keystate;
 
 namespace keyferry {
 
@@ -14,7 +15,9 @@ namespace keyferry {
 // connection to the compositor kept for the presser's life (made again only after it was lost). KWin offers
 // the interface only to a program whose installed desktop entry (Exec= its path) lists it in
 // X-KDE-Wayland-Interfaces. Keys go as key codes, each followed by a roundtrip, so KWin has taken a key
-// before the next (which spares slow windows a flood). Contract as UserKeyPresser's.
+// before the next (which spares slow windows a flood). Caps Lock's state comes from KDE's key states
+// (org_kde_kwin_keystate), granted by the same desktop entry; without it, the state is unknown.
+// Contract as UserKeyPresser's.
 class KdeKeyPresser final : public UserKeyPresser {
 public:
     KdeKeyPresser() = default;
@@ -27,9 +30,12 @@ public:
     bool confirm() override;
     // The layout KDE's keyboard service (org.kde.keyboard on the session bus) says is in effect.
     std::optional<std::uint32_t> layoutInEffect() override;
+    std::optional<bool> capsLockOn() override;
 
     // Called by the registry's listener.
     void globalAdvertised(wl_registry* registry, std::uint32_t name, const char* interface, std::uint32_t version);
+    // Called by the key states' listener.
+    void lockStateChanged(std::uint32_t key, std::uint32_t state);
 
 private:
     void disconnect();
@@ -37,6 +43,8 @@ private:
     wl_display* display = nullptr;
     wl_registry* registry = nullptr;
     org_kde_kwin_fake_input* fakeInput = nullptr;
+    org_kde_kwin_keystate* keyStates = nullptr;
+    std::optional<bool> capsLocked;
 };
 
 } // namespace keyferry
