@@ -25,61 +25,51 @@ void onLockStateChanged(void* data, org_kde_kwin_keystate*, std::uint32_t key, s
 }
 const org_kde_kwin_keystate_listener keyStateListener{onLockStateChanged};
 
-} // namespace
-
-KdeKeyPresser::~KdeKeyPresser() {
-    disconnect();
+// Version 1 of the key states has no destroy request: only the proxy goes.
+void forgetKeyStates(org_kde_kwin_keystate* keyStates) {
+    wl_proxy_destroy(reinterpret_cast<wl_proxy*>(keyStates));
 }
 
+} // namespace
+
 void KdeKeyPresser::disconnect() {
-    if (fakeInput != nullptr) {
-        org_kde_kwin_fake_input_destroy(fakeInput);
-    }
-    if (keyStates != nullptr) {
-        wl_proxy_destroy(reinterpret_cast<wl_proxy*>(keyStates)); // its destroy request came with version 4
-    }
-    if (registry != nullptr) {
-        wl_registry_destroy(registry);
-    }
-    if (display != nullptr) {
-        wl_display_disconnect(display);
-    }
-    fakeInput = nullptr;
-    keyStates = nullptr;
+    fakeInput.reset();
+    keyStates.reset();
     capsLocked.reset();
-    registry = nullptr;
-    display = nullptr;
+    registry.reset();
+    display.reset();
 }
 
 bool KdeKeyPresser::ready() {
-    if (display != nullptr && fakeInput != nullptr && wl_display_get_error(display) == 0) {
+    if (display && fakeInput && wl_display_get_error(display.get()) == 0) {
         return true;
     }
     disconnect();
-    display = wl_display_connect(nullptr);
-    if (display == nullptr) {
+    display = WaylandOwned(wl_display_connect(nullptr), wl_display_disconnect);
+    if (!display) {
         return false;
     }
-    registry = wl_display_get_registry(display);
-    wl_registry_add_listener(registry, &SeatDiscovery<KdeKeyPresser>::registryListener, this);
-    if (!roundtripWithin(display, answerLimit) || fakeInput == nullptr) {
+    registry = WaylandOwned(wl_display_get_registry(display.get()), wl_registry_destroy);
+    wl_registry_add_listener(registry.get(), &SeatDiscovery<KdeKeyPresser>::registryListener, this);
+    if (!roundtripWithin(display.get(), answerLimit) || !fakeInput) {
         disconnect();
         return false;
     }
-    org_kde_kwin_fake_input_authenticate(fakeInput, applicationName, reason);
-    return roundtripWithin(display, answerLimit);
+    org_kde_kwin_fake_input_authenticate(fakeInput.get(), applicationName, reason);
+    return roundtripWithin(display.get(), answerLimit);
 }
 
 void KdeKeyPresser::globalAdvertised(wl_registry* source, std::uint32_t name, const char* interface,
                                      std::uint32_t version) {
-    if (std::string_view(interface) == org_kde_kwin_fake_input_interface.name && fakeInput == nullptr &&
-        version >= keysSince) {
-        fakeInput = static_cast<org_kde_kwin_fake_input*>(
-            wl_registry_bind(source, name, &org_kde_kwin_fake_input_interface, keysSince));
-    } else if (std::string_view(interface) == org_kde_kwin_keystate_interface.name && keyStates == nullptr) {
-        keyStates =
-            static_cast<org_kde_kwin_keystate*>(wl_registry_bind(source, name, &org_kde_kwin_keystate_interface, 1));
-        org_kde_kwin_keystate_add_listener(keyStates, &keyStateListener, this);
+    if (std::string_view(interface) == org_kde_kwin_fake_input_interface.name && !fakeInput && version >= keysSince) {
+        fakeInput = WaylandOwned(static_cast<org_kde_kwin_fake_input*>(
+                                     wl_registry_bind(source, name, &org_kde_kwin_fake_input_interface, keysSince)),
+                                 org_kde_kwin_fake_input_destroy);
+    } else if (std::string_view(interface) == org_kde_kwin_keystate_interface.name && !keyStates) {
+        keyStates = WaylandOwned(
+            static_cast<org_kde_kwin_keystate*>(wl_registry_bind(source, name, &org_kde_kwin_keystate_interface, 1)),
+            forgetKeyStates);
+        org_kde_kwin_keystate_add_listener(keyStates.get(), &keyStateListener, this);
     }
 }
 
@@ -90,11 +80,11 @@ void KdeKeyPresser::lockStateChanged(std::uint32_t key, std::uint32_t state) {
 }
 
 std::optional<bool> KdeKeyPresser::capsLockOn() {
-    if (keyStates == nullptr || display == nullptr) {
+    if (!keyStates || !display) {
         return std::nullopt;
     }
-    org_kde_kwin_keystate_fetchStates(keyStates);
-    if (!roundtripWithin(display, answerLimit)) {
+    org_kde_kwin_keystate_fetchStates(keyStates.get());
+    if (!roundtripWithin(display.get(), answerLimit)) {
         disconnect();
         return std::nullopt;
     }
@@ -102,21 +92,21 @@ std::optional<bool> KdeKeyPresser::capsLockOn() {
 }
 
 bool KdeKeyPresser::press(const LayoutKey& key, bool pressed) {
-    if (fakeInput == nullptr || key.keycode < 8) {
+    if (!fakeInput || key.keycode < 8) {
         return false;
     }
     // xkb key codes are the kernel's plus 8; fake input takes the kernel's.
-    org_kde_kwin_fake_input_keyboard_key(fakeInput, key.keycode - 8,
+    org_kde_kwin_fake_input_keyboard_key(fakeInput.get(), key.keycode - 8,
                                          pressed ? WL_KEYBOARD_KEY_STATE_PRESSED : WL_KEYBOARD_KEY_STATE_RELEASED);
     // A roundtrip each: sent without one, at the same pace, a long text got a GTK window dropped by KWin.
     return confirm();
 }
 
 bool KdeKeyPresser::confirm() {
-    if (display == nullptr) {
+    if (!display) {
         return false;
     }
-    if (!roundtripWithin(display, answerLimit)) {
+    if (!roundtripWithin(display.get(), answerLimit)) {
         disconnect();
         return false;
     }

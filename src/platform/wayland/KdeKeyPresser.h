@@ -1,6 +1,7 @@
 #pragma once
 
 #include "UserKeyPresser.h"
+#include "WaylandOwned.h"
 
 #include <cstdint>
 
@@ -20,11 +21,6 @@ namespace keyferry {
 // Contract as UserKeyPresser's.
 class KdeKeyPresser final : public UserKeyPresser {
 public:
-    KdeKeyPresser() = default;
-    ~KdeKeyPresser() override;
-    KdeKeyPresser(const KdeKeyPresser&) = delete;
-    KdeKeyPresser& operator=(const KdeKeyPresser&) = delete;
-
     bool ready() override;
     bool press(const LayoutKey& key, bool pressed) override;
     bool confirm() override;
@@ -40,10 +36,10 @@ public:
 private:
     void disconnect();
 
-    wl_display* display = nullptr;
-    wl_registry* registry = nullptr;
-    org_kde_kwin_fake_input* fakeInput = nullptr;
-    org_kde_kwin_keystate* keyStates = nullptr;
+    WaylandOwned<wl_display> display; // first: it ends after its proxies
+    WaylandOwned<wl_registry> registry;
+    WaylandOwned<org_kde_kwin_fake_input> fakeInput;
+    WaylandOwned<org_kde_kwin_keystate> keyStates;
     std::optional<bool> capsLocked;
 };
 

@@ -53,41 +53,27 @@ std::shared_ptr<const LayoutKeyPlan> planFor(xkb_context* context, const std::st
 
 SeatKeymap::SeatKeymap() : context(xkb_context_new(XKB_CONTEXT_NO_FLAGS), &xkb_context_unref) {}
 
-SeatKeymap::~SeatKeymap() {
-    disconnect();
-}
+SeatKeymap::~SeatKeymap() = default;
 
 bool SeatKeymap::connect() {
-    if (display != nullptr && wl_display_get_error(display) == 0) {
+    if (display && wl_display_get_error(display.get()) == 0) {
         return true;
     }
     disconnect();
-    display = wl_display_connect(nullptr);
-    if (display == nullptr) {
+    display = WaylandOwned(wl_display_connect(nullptr), wl_display_disconnect);
+    if (!display) {
         return false;
     }
-    registry = wl_display_get_registry(display);
-    wl_registry_add_listener(registry, &SeatDiscovery<SeatKeymap>::registryListener, this);
+    registry = WaylandOwned(wl_display_get_registry(display.get()), wl_registry_destroy);
+    wl_registry_add_listener(registry.get(), &SeatDiscovery<SeatKeymap>::registryListener, this);
     return true;
 }
 
 void SeatKeymap::disconnect() {
-    if (keyboard != nullptr) {
-        wl_keyboard_destroy(keyboard);
-    }
-    if (seat != nullptr) {
-        wl_seat_destroy(seat);
-    }
-    if (registry != nullptr) {
-        wl_registry_destroy(registry);
-    }
-    if (display != nullptr) {
-        wl_display_disconnect(display);
-    }
-    keyboard = nullptr;
-    seat = nullptr;
-    registry = nullptr;
-    display = nullptr;
+    keyboard.reset();
+    seat.reset();
+    registry.reset();
+    display.reset();
     keymapText.clear();
     current.reset();
 }
@@ -101,7 +87,7 @@ std::shared_ptr<const LayoutKeyPlan> SeatKeymap::plan(std::chrono::milliseconds 
     toldGroup = knownLayout;
     const auto deadline = std::chrono::steady_clock::now() + limit;
     do {
-        if (!roundtripWithin(display, std::chrono::milliseconds(2000))) {
+        if (!roundtripWithin(display.get(), std::chrono::milliseconds(2000))) {
             disconnect();
             return nullptr;
         }
@@ -114,21 +100,23 @@ std::shared_ptr<const LayoutKeyPlan> SeatKeymap::plan(std::chrono::milliseconds 
 }
 
 int SeatKeymap::connection() const {
-    return display != nullptr ? wl_display_get_fd(display) : -1;
+    return display ? wl_display_get_fd(display.get()) : -1;
 }
 
 void SeatKeymap::globalAdvertised(wl_registry* source, std::uint32_t name, const char* interface,
                                   std::uint32_t version) {
-    if (std::string_view(interface) == wl_seat_interface.name && seat == nullptr) {
-        seat = static_cast<wl_seat*>(wl_registry_bind(source, name, &wl_seat_interface, std::min(version, 5u)));
-        wl_seat_add_listener(seat, &SeatDiscovery<SeatKeymap>::seatListener, this);
+    if (std::string_view(interface) == wl_seat_interface.name && !seat) {
+        seat = WaylandOwned(
+            static_cast<wl_seat*>(wl_registry_bind(source, name, &wl_seat_interface, std::min(version, 5u))),
+            wl_seat_destroy);
+        wl_seat_add_listener(seat.get(), &SeatDiscovery<SeatKeymap>::seatListener, this);
     }
 }
 
 void SeatKeymap::seatCapabilities(std::uint32_t capabilities) {
-    if ((capabilities & WL_SEAT_CAPABILITY_KEYBOARD) != 0 && keyboard == nullptr) {
-        keyboard = wl_seat_get_keyboard(seat);
-        wl_keyboard_add_listener(keyboard, &keyboardListener, this);
+    if ((capabilities & WL_SEAT_CAPABILITY_KEYBOARD) != 0 && !keyboard) {
+        keyboard = WaylandOwned(wl_seat_get_keyboard(seat.get()), wl_keyboard_destroy);
+        wl_keyboard_add_listener(keyboard.get(), &keyboardListener, this);
     }
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "LayoutKeyPlan.h"
+#include "WaylandOwned.h"
 
 #include <chrono>
 #include <cstdint>
@@ -52,10 +53,10 @@ private:
     bool connect();
     void disconnect();
 
-    wl_display* display = nullptr;
-    wl_registry* registry = nullptr;
-    wl_seat* seat = nullptr;
-    wl_keyboard* keyboard = nullptr;
+    WaylandOwned<wl_display> display; // first: it ends after its proxies
+    WaylandOwned<wl_registry> registry;
+    WaylandOwned<wl_seat> seat;
+    WaylandOwned<wl_keyboard> keyboard;
     std::unique_ptr<xkb_context, void (*)(xkb_context*)> context;
     std::string keymapText;
     std::optional<std::uint32_t> group;     // from the last modifiers event
