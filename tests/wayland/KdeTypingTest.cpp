@@ -103,6 +103,17 @@ TEST_F(KdeTypingTest, AGtkTextViewThatStopsReadingForAWhileStillGetsTheWholeText
     EXPECT_TRUE(got == expected);
 }
 
+// Never a silent loss: when the window reads nothing for longer than typing waits, the text fails.
+TEST_F(KdeTypingTest, AWindowThatReadsNothingForLongerThanTypingWaitsFailsTheText) {
+    const auto status = typeWhileReceiverStopped(
+        receiver->pid(),
+        [&] {
+            return kwin->run({kwin->file("keyferry-type").string(), "--backend=kde"}, {}, usLayoutSampleText(3000));
+        },
+        10s);
+    EXPECT_EQ(status, std::optional<int>(1));
+}
+
 // Caps Lock, turned on by the user, would swap the case of every letter typed with the layout's keys.
 TEST_F(KdeTypingTest, WithCapsLockOnLettersStillArriveInTheirOwnCase) {
     // Turns the lock on or off; how it was before.
