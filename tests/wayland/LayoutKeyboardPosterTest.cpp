@@ -107,6 +107,15 @@ TEST_F(LayoutKeyboardPosterTest, CapsLockIsPutBackWhenTheTextFails) {
                                                        "+Caps_Lock", "-Caps_Lock", "confirm"}));
 }
 
+TEST_F(LayoutKeyboardPosterTest, CapsLockIsPutBackWhenALaterChunkIsRefused) {
+    record.capsLock = true;
+    ASSERT_TRUE(poster.canType(u"ab"));
+    ASSERT_TRUE(poster.postKeyPair(u"a"));
+    EXPECT_FALSE(poster.postKeyPair(u"\u0007"));
+    EXPECT_EQ(record.events, (std::vector<std::string>{"+Caps_Lock", "-Caps_Lock", "confirm", "+a", "-a", "confirm",
+                                                       "+Caps_Lock", "-Caps_Lock", "confirm"}));
+}
+
 TEST_F(LayoutKeyboardPosterTest, WithCapsLockOffOrUnknownNoLockKeyIsPressed) {
     ASSERT_TRUE(poster.canType(u"a"));
     ASSERT_TRUE(poster.postKeyPair(u"a"));

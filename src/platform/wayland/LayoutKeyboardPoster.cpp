@@ -56,15 +56,8 @@ bool LayoutKeyboardPoster::postKeyPair(std::u16string_view units) {
     if (!plan) {
         return false;
     }
-    std::vector<std::vector<KeyStroke>> characters;
-    for (const char32_t character : codePointsFromUtf16(units)) {
-        auto strokes = plan->strokesFor(character);
-        if (!strokes) {
-            return false;
-        }
-        characters.push_back(std::move(*strokes));
-    }
-    const bool typed = capsLockOffForTheText() && typeCharacters(characters);
+    const auto characters = strokesOf(units);
+    const bool typed = characters && capsLockOffForTheText() && typeCharacters(*characters);
     unitsLeft -= std::min(unitsLeft, units.size());
     if (!typed || unitsLeft == 0) {
         restoreCapsLock();
@@ -73,6 +66,19 @@ bool LayoutKeyboardPoster::postKeyPair(std::u16string_view units) {
         plan.reset();
     }
     return typed;
+}
+
+// The strokes of each character; none when one of them has none.
+std::optional<std::vector<std::vector<KeyStroke>>> LayoutKeyboardPoster::strokesOf(std::u16string_view units) const {
+    std::vector<std::vector<KeyStroke>> characters;
+    for (const char32_t character : codePointsFromUtf16(units)) {
+        auto strokes = plan->strokesFor(character);
+        if (!strokes) {
+            return std::nullopt;
+        }
+        characters.push_back(std::move(*strokes));
+    }
+    return characters;
 }
 
 // Each character confirmed before the next: a route that queues keys (GNOME's) could otherwise hand a window a

@@ -61,6 +61,7 @@ private:
     std::shared_ptr<const LayoutKeyPlan> currentPlan();
     bool tap(const KeyStroke& stroke);
     bool press(const LayoutKey& key, bool pressed);
+    std::optional<std::vector<std::vector<KeyStroke>>> strokesOf(std::u16string_view units) const;
     bool typeCharacters(const std::vector<std::vector<KeyStroke>>& characters);
     bool capsLockOffForTheText();
     void restoreCapsLock();
