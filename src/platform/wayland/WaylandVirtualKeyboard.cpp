@@ -21,6 +21,11 @@ namespace {
 // How long the compositor may take to answer before typing gives up (it answers within a millisecond).
 constexpr std::chrono::milliseconds answerLimit(5000);
 
+// How often a receiving client that is behind is looked at again. It is behind by more than half a send
+// buffer, many batches of keys, so it has work for far longer than this; each look costs CPU time that a
+// busy machine would otherwise give that client.
+constexpr std::chrono::milliseconds behindLookInterval(10);
+
 bool answered(wl_display* display) {
     return roundtripWithin(display, answerLimit);
 }
@@ -261,7 +266,7 @@ bool WaylandVirtualKeyboard::receiverKeepsUp() {
             return false;
         }
         lastExcess = excess;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        std::this_thread::sleep_for(behindLookInterval);
     }
 }
 
