@@ -98,5 +98,14 @@ TEST_F(GnomeLayoutTypingTest, TextOfTheLayoutInEffectGoesAsItsKeysFasterThanThro
     EXPECT_LT(*asKeys, *throughEntry);
 }
 
+// The Unicode entry needs Latin letters that the Russian layout lacks: such a text is refused, never typed as
+// other letters.
+TEST_F(GnomeLayoutTypingTest, WithTheSecondLayoutInEffectATextItCannotTypeIsRefusedWholeAndNothingArrives) {
+    useLayout(1);
+    EXPECT_FALSE(timedType("да hello"));
+    ASSERT_TRUE(timedType("да"));
+    EXPECT_EQ(receivedText(output, std::string("да").size(), 3s), "да");
+}
+
 } // namespace
 } // namespace keyferry
