@@ -30,6 +30,7 @@ struct Receiver {
 
 struct Typed {
     double seconds = 0;
+    double firstSeconds = 0; // until the receiver had its first character
     bool exact = false;
     std::size_t receivedBytes = 0;
 };
@@ -83,6 +84,7 @@ public:
         const auto started = Clock::now();
         auto typing = sway.run(typer, {}, text);
         auto grew = started;
+        std::optional<Clock::time_point> firstGrowth;
         std::uintmax_t size = 0;
         std::optional<int> status;
         while ((!status || size < expected.size()) && Clock::now() - grew < 5s && Clock::now() - started < 300s) {
@@ -92,12 +94,15 @@ public:
             if (!missing && now != size) {
                 size = now;
                 grew = Clock::now();
+                firstGrowth = firstGrowth.value_or(grew);
             }
             std::this_thread::sleep_for(2ms);
         }
         std::this_thread::sleep_for(200ms);
         const std::string got = readAll(output);
-        return {std::chrono::duration<double>(grew - started).count(), got == expected, got.size()};
+        return {std::chrono::duration<double>(grew - started).count(),
+                std::chrono::duration<double>(firstGrowth.value_or(grew) - started).count(), got == expected,
+                got.size()};
     }
 
 private:
@@ -121,8 +126,8 @@ std::string loadAverage() {
 // Prints one line and returns the speed in characters per second.
 double print(const std::string& name, const std::string& text, const Typed& typed, double reference) {
     const double speed = static_cast<double>(codePointCount(text)) / typed.seconds;
-    std::printf("  %-34s %8.0f chars/s  (last character after %6.2f s)  %s", name.c_str(), speed, typed.seconds,
-                typed.exact ? "exact" : "NOT exact");
+    std::printf("  %-34s %8.0f chars/s  (first character after %5.2f s, last after %6.2f s)  %s", name.c_str(), speed,
+                typed.firstSeconds, typed.seconds, typed.exact ? "exact" : "NOT exact");
     if (reference > 0) {
         std::printf("  x%.1f wtype", speed / reference);
     }

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <string>
+#include <thread>
 
 namespace keyferry {
 namespace {
@@ -65,6 +66,30 @@ TEST(CompositorBacklog, ReadingEmptiesTheBacklog) {
     const auto* connection = find(*connections, pair.compositorInode());
     ASSERT_NE(connection, nullptr);
     EXPECT_EQ(connection->queued, 0u);
+}
+
+TEST(CompositorBacklog, EveryLookSeesTheBacklogAsItIsNow) {
+    SocketPair pair;
+    CompositorBacklog backlog(pair.client());
+    ASSERT_TRUE(backlog.sample().has_value());
+    const std::string written(4000, 'k');
+    ASSERT_EQ(write(pair.compositor(), written.data(), written.size()), static_cast<ssize_t>(written.size()));
+    const auto connections = backlog.sample();
+    ASSERT_TRUE(connections.has_value());
+    const auto* connection = find(*connections, pair.compositorInode());
+    ASSERT_NE(connection, nullptr);
+    EXPECT_GE(connection->queued, written.size());
+}
+
+TEST(CompositorBacklog, AClientThatConnectedLaterIsSeenOnceTheSocketsAreListedAgain) {
+    SocketPair pair;
+    CompositorBacklog backlog(pair.client());
+    ASSERT_TRUE(backlog.sample().has_value());
+    SocketPair later;
+    std::this_thread::sleep_for(CompositorBacklog::socketsValidFor);
+    const auto connections = backlog.sample();
+    ASSERT_TRUE(connections.has_value());
+    EXPECT_NE(find(*connections, later.compositorInode()), nullptr);
 }
 
 } // namespace

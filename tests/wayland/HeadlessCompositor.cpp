@@ -35,24 +35,29 @@ std::string entryFor(const std::filesystem::path& desktopEntry, const std::files
 } // namespace
 
 HeadlessCompositor::HeadlessCompositor(Kind kind, const std::vector<std::filesystem::path>& grantedPrograms,
-                                       const std::filesystem::path& desktopEntry, const std::string& kdeLayouts)
+                                       const std::filesystem::path& desktopEntry, const std::string& layouts)
     : folder(newFolder()), runtime(folder / "runtime"), desktopName(kind == Kind::mutter ? "GNOME" : "KDE") {
     std::filesystem::create_directory(runtime);
     chmod(runtime.c_str(), 0700);
     // The bus's address goes to a file for the clients; the compositor's log to another, so nothing it leaves
     // behind holds the test's output open.
-    compositor =
-        run({"dbus-run-session", "--", "sh", "-c", startScript(kind, grantedPrograms, desktopEntry, kdeLayouts),
-             file("bus").string(), displayName, file("compositor.log").string()});
+    compositor = run({"dbus-run-session", "--", "sh", "-c", startScript(kind, grantedPrograms, desktopEntry, layouts),
+                      file("bus").string(), displayName, file("compositor.log").string()});
     waitForSession(30s);
 }
 
 std::string HeadlessCompositor::startScript(Kind kind, const std::vector<std::filesystem::path>& grantedPrograms,
-                                            const std::filesystem::path& desktopEntry, const std::string& kdeLayouts) {
+                                            const std::filesystem::path& desktopEntry, const std::string& layouts) {
     const std::string announceBus = "printf %s \"$DBUS_SESSION_BUS_ADDRESS\" > \"$0\"; ";
     if (kind == Kind::mutter) {
-        return announceBus + "exec mutter --headless --wayland --no-x11 --virtual-monitor 1280x800 "
-                             "--wayland-display=\"$1\" 2>\"$2\"";
+        const std::string mutter = "exec mutter --headless --wayland --no-x11 --virtual-monitor 1280x800 "
+                                   "--wayland-display=\"$1\" 2>\"$2\"";
+        if (layouts == "us") {
+            return announceBus + mutter;
+        }
+        return announceBus + "export DBUS_SYSTEM_BUS_ADDRESS=\"$DBUS_SESSION_BUS_ADDRESS\"; python3 " +
+               std::string(KEYFERRY_FAKE_LOCALE1) + " '" + layouts +
+               "' grp:caps_toggle >/dev/null & gdbus wait --session --timeout 20 org.freedesktop.locale1 && " + mutter;
     }
     const auto applications = folder / "data" / "applications";
     std::filesystem::create_directories(applications);
@@ -62,7 +67,7 @@ std::string HeadlessCompositor::startScript(Kind kind, const std::vector<std::fi
         std::ofstream(applications / (program.filename().string() + ".desktop")) << entryFor(desktopEntry, copy);
     }
     std::filesystem::create_directories(folder / "config");
-    std::ofstream(folder / "config" / "kxkbrc") << "[Layout]\nLayoutList=" << kdeLayouts << "\nUse=true\n";
+    std::ofstream(folder / "config" / "kxkbrc") << "[Layout]\nLayoutList=" << layouts << "\nUse=true\n";
     std::filesystem::create_directory(folder / "kwin");
     std::filesystem::copy_file("/usr/bin/kwin_wayland", folder / "kwin" / "kwin_wayland");
     return announceBus + "kbuildsycoca5 >/dev/null 2>&1; KWIN_COMPOSE=Q exec " + (folder / "kwin").string() +

@@ -19,7 +19,10 @@ namespace keyferry {
 // KWin: /usr/bin/kwin_wayland carries a file capability that this kind of machine refuses, so a plain copy
 // named kwin_wayland runs from the folder. Programs to be granted KDE's fake input are copied into the folder
 // first, each named by the Exec= of a copy of `desktopEntry` in the private XDG data folder, and the service
-// cache is built (kbuildsycoca5) before KWin starts. KWin's keymap holds `kdeLayouts` (such as "us,de").
+// cache is built (kbuildsycoca5) before KWin starts. The compositor's keymap holds `layouts` (such as "us,de").
+// mutter reads them where GNOME keeps them without GNOME Shell, from the locale service on the system bus: a
+// stand-in for it (fake-locale1.py) serves them on the session bus, which mutter is given as its system bus
+// too; Caps Lock then switches to the next layout, as GNOME Shell would lock it.
 //
 // Owned by the test; at destruction stops the compositor and the bus (SIGTERM to their process group, then
 // SIGKILL), and removes the folder. Every client started through run() is a HelperProcess the caller owns
@@ -30,7 +33,7 @@ public:
     enum class Kind { mutter, kwin };
 
     explicit HeadlessCompositor(Kind kind, const std::vector<std::filesystem::path>& grantedPrograms = {},
-                                const std::filesystem::path& desktopEntry = {}, const std::string& kdeLayouts = "us");
+                                const std::filesystem::path& desktopEntry = {}, const std::string& layouts = "us");
     ~HeadlessCompositor();
     HeadlessCompositor(const HeadlessCompositor&) = delete;
     HeadlessCompositor& operator=(const HeadlessCompositor&) = delete;
@@ -47,7 +50,7 @@ public:
 
 private:
     std::string startScript(Kind kind, const std::vector<std::filesystem::path>& grantedPrograms,
-                            const std::filesystem::path& desktopEntry, const std::string& kdeLayouts);
+                            const std::filesystem::path& desktopEntry, const std::string& layouts);
     void waitForSession(std::chrono::seconds limit);
 
     std::filesystem::path folder;

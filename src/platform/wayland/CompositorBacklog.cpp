@@ -141,15 +141,19 @@ bool readConnections(int netlink, const std::vector<std::uint64_t>& inodes,
 
 CompositorBacklog::CompositorBacklog(int waylandFd) : compositor(peerProcess(waylandFd)) {}
 
-std::optional<std::vector<CompositorBacklog::Connection>> CompositorBacklog::sample() const {
+std::optional<std::vector<CompositorBacklog::Connection>> CompositorBacklog::sample() {
     if (compositor <= 0) {
         return std::nullopt;
     }
-    const auto inodes = socketInodes(compositor);
+    const auto now = std::chrono::steady_clock::now();
+    if (!sockets || now - socketsListed >= socketsValidFor) {
+        sockets = socketInodes(compositor);
+        socketsListed = now;
+    }
     const Descriptor netlink(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_SOCK_DIAG));
     std::vector<Connection> connections;
-    if (!inodes || netlink.get() < 0 || !requestConnectedUnixSockets(netlink.get()) ||
-        !readConnections(netlink.get(), *inodes, connections) || connections.empty()) {
+    if (!sockets || netlink.get() < 0 || !requestConnectedUnixSockets(netlink.get()) ||
+        !readConnections(netlink.get(), *sockets, connections) || connections.empty()) {
         return std::nullopt;
     }
     return connections;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <sys/types.h>
@@ -26,11 +27,17 @@ public:
     // `waylandFd`: Keyferry's own connection to the compositor.
     explicit CompositorBacklog(int waylandFd);
 
-    // Every connection of the compositor now; none when they cannot be seen here.
-    std::optional<std::vector<Connection>> sample() const;
+    // Every connection of the compositor now; none when they cannot be seen here. The compositor's sockets
+    // are listed afresh at most every `socketsValidFor` (listing them costs more than the rest of a look);
+    // a client that connected since is seen from the next listing on.
+    std::optional<std::vector<Connection>> sample();
+
+    static constexpr std::chrono::milliseconds socketsValidFor{250};
 
 private:
     pid_t compositor = 0;
+    std::optional<std::vector<std::uint64_t>> sockets;
+    std::chrono::steady_clock::time_point socketsListed;
 };
 
 } // namespace keyferry

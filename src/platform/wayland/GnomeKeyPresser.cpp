@@ -1,5 +1,7 @@
 #include "GnomeKeyPresser.h"
 
+#include "GnomeInputSources.h"
+
 namespace keyferry {
 
 bool GnomeKeyPresser::ready() {
@@ -39,6 +41,10 @@ bool GnomeKeyPresser::confirm() {
         return false;
     }
     return true;
+}
+
+std::optional<std::uint32_t> GnomeKeyPresser::layoutInEffect() {
+    return GnomeInputSources().layoutInEffect();
 }
 
 } // namespace keyferry

@@ -13,13 +13,15 @@ namespace keyferry {
 // for the presser's life (started again only after it was lost). Keys go as the keysyms they give with no
 // modifier held, the modifiers as their own keysyms, so the level is the one the held modifiers select.
 // Each key is sent when the next is pressed, without waiting; confirm() sends the last one and waits for
-// mutter's answer, which comes after every earlier key was handled. Contract as UserKeyPresser's.
+// mutter's answer, which comes after every earlier key was handled. The layout in effect is the one GNOME's
+// settings tell (see GnomeInputSources). Contract as UserKeyPresser's.
 class GnomeKeyPresser final : public UserKeyPresser {
 public:
     bool ready() override;
     bool press(const LayoutKey& key, bool pressed) override;
     bool confirm() override;
     std::optional<bool> capsLockOn() override;
+    std::optional<std::uint32_t> layoutInEffect() override;
 
 private:
     struct Event {

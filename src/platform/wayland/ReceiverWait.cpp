@@ -4,7 +4,16 @@
 
 namespace keyferry {
 
-ReceiverLook waitForReceiver(BacklogBrake& brake, const std::optional<CompositorBacklog>& backlog,
+namespace {
+
+// How often a receiving window that is behind is looked at again. It is behind by more than half a send
+// buffer, many batches of keys, so it has work for far longer than this; each look costs CPU time that a
+// busy machine would otherwise give that window.
+constexpr std::chrono::milliseconds behindLookInterval(10);
+
+} // namespace
+
+ReceiverLook waitForReceiver(BacklogBrake& brake, std::optional<CompositorBacklog>& backlog,
                              std::chrono::steady_clock::duration patience) {
     auto deadline = std::chrono::steady_clock::now() + patience;
     std::uint64_t lastExcess = 0;
@@ -21,7 +30,7 @@ ReceiverLook waitForReceiver(BacklogBrake& brake, const std::optional<Compositor
             return {false, true};
         }
         lastExcess = excess;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        std::this_thread::sleep_for(behindLookInterval);
     }
 }
 

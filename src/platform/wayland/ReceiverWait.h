@@ -15,11 +15,11 @@ struct ReceiverLook {
 };
 
 // Waits while the window receiving the keys is behind (see BacklogBrake), sampling the compositor's connections
-// every millisecond; gives up when the window read nothing at all for `patience` (each time its backlog shrinks,
+// every 10 ms; gives up when the window read nothing at all for `patience` (each time its backlog shrinks,
 // the patience starts again). Returns at once, keeping up, when `backlog` is empty or cannot be sampled. For every
 // route whose keys a compositor passes on to windows (the virtual keyboard, GNOME's remote desktop, KDE's fake
 // input); blocks the calling thread, which owns `brake` and `backlog`.
-ReceiverLook waitForReceiver(BacklogBrake& brake, const std::optional<CompositorBacklog>& backlog,
+ReceiverLook waitForReceiver(BacklogBrake& brake, std::optional<CompositorBacklog>& backlog,
                              std::chrono::steady_clock::duration patience);
 
 } // namespace keyferry

@@ -1,0 +1,111 @@
+// Typing with keyferry-type's GNOME route under a headless mutter whose keymap holds two layouts (us, ru),
+// into a GTK text view on Wayland. GNOME Shell is not there to apply the input sources, so the test does what
+// it would: it keeps the sources in the private session's settings (dconf under the session's own config
+// folder) and switches mutter to the layout of the first recently used source. Text of the layout in effect
+// goes as its keys, faster than through the Unicode entry.
+#include "HeadlessCompositor.h"
+#include "ReceivedText.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+
+namespace keyferry {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr const char* nextLayoutKeysym = "fe08"; // ISO_Next_Group, on Caps Lock in this session
+const std::string russianText = "Съешь же ещё этих мягких французских булок, да выпей чаю. 1234567890\n"
+                                "Широкая электрификация южных губерний даст мощный толчок подъёму.\n";
+
+class GnomeLayoutTypingTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        mutter = std::make_unique<HeadlessCompositor>(
+            HeadlessCompositor::Kind::mutter, std::vector<std::filesystem::path>{}, std::filesystem::path{}, "us,ru");
+        placeholder = mutter->run({"python3", KEYFERRY_GNOME_PLACEHOLDER_KEYBOARD});
+        ASSERT_EQ(placeholder->readLine(30s), std::optional<std::string>("ready")) << mutter->log();
+        setSources("sources", "[('xkb', 'us'), ('xkb', 'ru')]");
+    }
+
+    static void TearDownTestSuite() {
+        placeholder.reset();
+        mutter.reset();
+    }
+
+    void SetUp() override {
+        output = mutter->file(::testing::UnitTest::GetInstance()->current_test_info()->name() + std::string(".txt"));
+        receiver = mutter->run({"python3", KEYFERRY_GTK_RECEIVER, output.string()}, {{"GDK_BACKEND", "wayland"}});
+        ASSERT_EQ(receiver->readLine(30s), std::optional<std::string>("ready")) << "no focus; " << mutter->log();
+    }
+
+    void TearDown() override { receiver.reset(); }
+
+    static void setSources(const std::string& key, const std::string& value) {
+        auto tool = mutter->run({"gsettings", "set", "org.gnome.desktop.input-sources", key, value});
+        ASSERT_EQ(tool->waitForExit(30s), std::optional<int>(0));
+    }
+
+    // Puts the layout `index` (0: us, 1: ru) in effect, as GNOME Shell would on a switch: in the keymap's
+    // locked group and first in the recently used sources.
+    static void useLayout(int index) {
+        setSources("mru-sources", index == 1 ? "[('xkb', 'ru'), ('xkb', 'us')]" : "[('xkb', 'us'), ('xkb', 'ru')]");
+        if (layoutInEffect != index) {
+            auto tap = mutter->run({"python3", KEYFERRY_GNOME_TAP_KEYSYM, nextLayoutKeysym});
+            ASSERT_EQ(tap->waitForExit(30s), std::optional<int>(0));
+            layoutInEffect = index;
+        }
+    }
+
+    // Types the text with keyferry-type's GNOME route; how long the tool took, none when it failed.
+    std::optional<std::chrono::steady_clock::duration> timedType(const std::string& text) {
+        const auto started = std::chrono::steady_clock::now();
+        auto tool = mutter->run({KEYFERRY_TYPE_TOOL, "--backend=gnome"}, {}, text);
+        if (tool->waitForExit(60s) != std::optional<int>(0)) {
+            return std::nullopt;
+        }
+        return std::chrono::steady_clock::now() - started;
+    }
+
+    static inline std::unique_ptr<HeadlessCompositor> mutter;
+    static inline std::unique_ptr<HelperProcess> placeholder;
+    static inline int layoutInEffect = 0;
+    std::unique_ptr<HelperProcess> receiver;
+    std::filesystem::path output;
+};
+
+TEST_F(GnomeLayoutTypingTest, TextOfTheSecondLayoutInEffectArrivesExactly) {
+    useLayout(1);
+    ASSERT_TRUE(timedType(russianText));
+    EXPECT_EQ(receivedText(output, russianText.size(), 3s), russianText);
+}
+
+// The same text with the first layout in effect needs the Unicode entry for every Cyrillic letter.
+TEST_F(GnomeLayoutTypingTest, TextOfTheLayoutInEffectGoesAsItsKeysFasterThanThroughTheUnicodeEntry) {
+    useLayout(1);
+    const auto asKeys = timedType(russianText);
+    ASSERT_TRUE(asKeys);
+    ASSERT_EQ(receivedText(output, russianText.size(), 3s), russianText);
+    useLayout(0);
+    const auto throughEntry = timedType(russianText);
+    ASSERT_TRUE(throughEntry);
+    const std::string twice = russianText + russianText;
+    EXPECT_EQ(receivedText(output, twice.size(), 3s), twice);
+    std::printf("as keys: %.2f s, through the Unicode entry: %.2f s\n", std::chrono::duration<double>(*asKeys).count(),
+                std::chrono::duration<double>(*throughEntry).count());
+    EXPECT_LT(*asKeys, *throughEntry);
+}
+
+// The Unicode entry needs Latin letters that the Russian layout lacks: such a text is refused, never typed as
+// other letters.
+TEST_F(GnomeLayoutTypingTest, WithTheSecondLayoutInEffectATextItCannotTypeIsRefusedWholeAndNothingArrives) {
+    useLayout(1);
+    EXPECT_FALSE(timedType("да hello"));
+    ASSERT_TRUE(timedType("да"));
+    EXPECT_EQ(receivedText(output, std::string("да").size(), 3s), "да");
+}
+
+} // namespace
+} // namespace keyferry
