@@ -74,12 +74,10 @@ void AppDelegate::applicationDidFinishLaunching() {
     }
     // Without a tray the window is the application's only presence, so it is shown whatever the arguments.
     hasExplicitlyOpenedWindow = !launchedInBackground || !trayAvailable;
-    QApplication::setWindowIcon(Assets::appIcon());
     configureStatusItem();
     configurePairingWindow();
     configureServiceCallbacks();
     pairingWindow.setTraylessControlsVisible(!trayAvailable);
-    pairingWindow.startupCheckbox->setChecked(StartupManager::isEnabled());
     service->start();
     if (hasExplicitlyOpenedWindow) {
         presentPairingWindow();
@@ -174,6 +172,20 @@ void AppDelegate::configurePairingWindow() {
             weakSelf->quit();
         }
     };
+    pairingWindow.onBuilt = [weakSelf] {
+        if (weakSelf) {
+            weakSelf->pairingWindowBuilt();
+        }
+    };
+}
+
+// The window is built when first needed; it starts from what the tray item already shows.
+void AppDelegate::pairingWindowBuilt() {
+    // Every window of the application carries the icon; loading it waits for the first one.
+    QApplication::setWindowIcon(Assets::appIcon());
+    pairingWindow.stateLine->setText(statusMenuItem->text());
+    pairingWindow.startupCheckbox->setChecked(StartupManager::isEnabled());
+    presentState(pairingWindow.connectionState);
 }
 
 void AppDelegate::configureServiceCallbacks() {
@@ -217,9 +229,6 @@ void AppDelegate::configureServiceCallbacks() {
 
 void AppDelegate::presentPairingWindow() {
     QWidget* window = pairingWindow.window();
-    if (window == nullptr) {
-        return;
-    }
     if (!window->isVisible()) {
         WindowPlacement::centreOnScreen(*window);
     }
@@ -231,12 +240,17 @@ void AppDelegate::presentPairingWindow() {
 
 void AppDelegate::setStatusLine(const QString& text) {
     statusMenuItem->setText(text);
-    pairingWindow.stateLine->setText(text);
+    if (pairingWindow.isBuilt()) {
+        pairingWindow.stateLine->setText(text);
+    }
 }
 
 void AppDelegate::presentState(CompanionConnectionState state) {
     PairingWindowController& window = pairingWindow;
     window.connectionState = state;
+    if (!window.isBuilt()) {
+        return;
+    }
     const bool creatingCode = state == CompanionConnectionState::creatingCode;
     window.addPhoneButton->setEnabled(!creatingCode);
     window.addPhoneButton->setText(creatingCode ? QStringLiteral("Creating code...")
@@ -256,7 +270,7 @@ void AppDelegate::stateChanged(CompanionConnectionState state) {
             if (!hasExplicitlyOpenedWindow) {
                 QPointer<AppDelegate> self(this);
                 shellQueue.postAfter(autoHideDelay, [self] {
-                    if (self && self->pairingWindow.window() != nullptr) {
+                    if (self && self->pairingWindow.isBuilt()) {
                         self->pairingWindow.window()->hide();
                     }
                 });
@@ -318,12 +332,12 @@ void AppDelegate::textInserted() {
 }
 
 void AppDelegate::errorReported(const QString& message) {
-    const QWidget* codeWindow = pairCodeWindow.window();
-    if (codeWindow != nullptr && codeWindow->isVisible()) {
+    if (pairCodeWindow.isOpen()) {
         pairCodeWindow.statusLabel->setText(message);
         SystemColors::setTextColor(*pairCodeWindow.statusLabel, SystemColors::red());
         return;
     }
+    pairingWindow.build();
     pairingWindow.errorLabel->setText(message);
     pairingWindow.errorLabel->setVisible(!message.isEmpty());
     presentPairingWindow();
@@ -351,9 +365,12 @@ void AppDelegate::quit() {
 void AppDelegate::setStartup(bool enabled) {
     if (!StartupManager::setEnabled(enabled)) {
         startupMenuItem->setChecked(enabled);
-        pairingWindow.startupCheckbox->setChecked(enabled);
+        if (pairingWindow.isBuilt()) {
+            pairingWindow.startupCheckbox->setChecked(enabled);
+        }
         return;
     }
+    pairingWindow.build();
     pairingWindow.errorLabel->setText(QStringLiteral("Could not update the login setting."));
     pairingWindow.errorLabel->show();
     presentPairingWindow();

@@ -67,6 +67,7 @@ private:
     // The tray item: the symbol, carrying the menu that configureStatusMenu made.
     void configureTrayIcon();
     void configurePairingWindow();
+    void pairingWindowBuilt();
     void configureServiceCallbacks();
     void presentPairingWindow();
     void presentState(CompanionConnectionState state);

@@ -18,8 +18,22 @@
 
 namespace keyferry {
 
-PairCodeWindowController::PairCodeWindowController(SerialQueue& mainThreadQueue)
-    : codeLabel(nullptr), statusLabel(nullptr), shellQueue(mainThreadQueue), windowWidget(std::make_unique<QWidget>()) {
+PairCodeWindowController::PairCodeWindowController(SerialQueue& mainThreadQueue) : shellQueue(mainThreadQueue) {}
+
+QWidget* PairCodeWindowController::window() {
+    build();
+    return windowWidget.get();
+}
+
+bool PairCodeWindowController::isOpen() const {
+    return isBuilt() && windowWidget->isVisible();
+}
+
+void PairCodeWindowController::build() {
+    if (isBuilt()) {
+        return;
+    }
+    windowWidget = std::make_unique<QWidget>();
     QWidget& window = *windowWidget;
     window.setWindowTitle(QStringLiteral("Pair a phone"));
     window.setWindowFlags(Qt::Window | Qt::WindowTitleHint | Qt::WindowSystemMenuHint | Qt::WindowCloseButtonHint |
@@ -109,6 +123,7 @@ QString PairCodeWindowController::expiryLine(const QDateTime& expiresAt) {
 }
 
 void PairCodeWindowController::show(const QString& code, const QDateTime& expiresAt, QWidget* over) {
+    build();
     SystemColors::setTextColor(*statusLabel, SystemColors::secondaryLabel());
     codeLabel->setText(formattedCode(code));
     statusLabel->setText(expiryLine(expiresAt));
@@ -136,14 +151,16 @@ void PairCodeWindowController::attach(QWidget& over) {
 }
 
 void PairCodeWindowController::detach() {
-    QWindow* handle = windowWidget->windowHandle();
+    QWindow* handle = windowWidget ? windowWidget->windowHandle() : nullptr;
     if (handle != nullptr && parentWindow && handle->transientParent() == parentWindow->windowHandle()) {
         handle->setTransientParent(nullptr);
     }
 }
 
 void PairCodeWindowController::setPaired() {
-    statusLabel->setText(QStringLiteral("Phone paired"));
+    if (statusLabel != nullptr) {
+        statusLabel->setText(QStringLiteral("Phone paired"));
+    }
     QPointer<PairCodeWindowController> weakSelf(this);
     shellQueue.postAfter(pairedCloseDelay, [weakSelf] {
         if (weakSelf) {
@@ -157,7 +174,7 @@ void PairCodeWindowController::closeWindow() {
 }
 
 void PairCodeWindowController::close() {
-    if (windowWidget->isVisible()) {
+    if (isOpen()) {
         windowWidget->close();
     } else {
         // A window already off screen gets no close event; its closing is still told, like any other.
@@ -175,7 +192,9 @@ bool PairCodeWindowController::eventFilter(QObject* watched, QEvent* event) {
 void PairCodeWindowController::windowWillClose() {
     detach();
     parentWindow.clear();
-    SystemColors::setTextColor(*statusLabel, SystemColors::secondaryLabel());
+    if (statusLabel != nullptr) {
+        SystemColors::setTextColor(*statusLabel, SystemColors::secondaryLabel());
+    }
     if (onClose) {
         onClose();
     }

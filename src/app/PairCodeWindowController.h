@@ -19,8 +19,9 @@ class SerialQueue;
 // expiry time, an error in red, or "Phone paired") and "Close". Shown over the main window as its child
 // (a transient window kept above it, centred on it) and detached again when it closes.
 //
-// Owns its window and labels (Qt parent ownership); created once and reused for every code; the shell's
-// main-thread queue must outlive it. Main thread only.
+// Owns its window and labels (Qt parent ownership); the window is built on first use (window() or show()),
+// then reused for every code; until then the label pointers are null. The shell's main-thread queue must
+// outlive it. Main thread only.
 class PairCodeWindowController : public QObject {
 public:
     static constexpr int width = 400;
@@ -33,12 +34,16 @@ public:
     // Called each time the window is about to close.
     std::function<void()> onClose;
 
-    QLabel* codeLabel;
-    QLabel* statusLabel;
+    QLabel* codeLabel = nullptr;
+    QLabel* statusLabel = nullptr;
     // The window this one is shown over (attached to) while it is open; written by the controller only.
     QPointer<QWidget> parentWindow;
 
-    QWidget* window() const { return windowWidget.get(); }
+    // The window, built first if it is not yet.
+    QWidget* window();
+    // Whether the window is on screen (false while it is not built).
+    bool isOpen() const;
+    bool isBuilt() const { return windowWidget != nullptr; }
 
     // Shows `code` (six numerals as 3 + two blanks + 3, anything else as received) and its expiry, over
     // `over` when given, else centred on the screen.
@@ -61,6 +66,7 @@ protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
+    void build();
     void configureWindow();
     void windowWillClose();
     void attach(QWidget& over);

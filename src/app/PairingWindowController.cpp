@@ -20,10 +20,18 @@
 
 namespace keyferry {
 
-PairingWindowController::PairingWindowController()
-    : devicesStack(nullptr), errorLabel(nullptr), typingHelpLine(nullptr), addPhoneButton(nullptr),
-      accessibilityButton(nullptr), startupCheckbox(nullptr), stateLine(nullptr), quitButton(nullptr),
-      windowWidget(std::make_unique<QWidget>()) {
+PairingWindowController::PairingWindowController() = default;
+
+QWidget* PairingWindowController::window() {
+    build();
+    return windowWidget.get();
+}
+
+void PairingWindowController::build() {
+    if (isBuilt()) {
+        return;
+    }
+    windowWidget = std::make_unique<QWidget>();
     QWidget& window = *windowWidget;
     window.setWindowTitle(QStringLiteral("Keyferry"));
     window.setWindowFlags(Qt::Window | Qt::WindowTitleHint | Qt::WindowSystemMenuHint | Qt::WindowMinimizeButtonHint |
@@ -40,6 +48,9 @@ PairingWindowController::PairingWindowController()
     stateLine = new QLabel(QStringLiteral("Not paired"), &window);
     quitButton = new QPushButton(QStringLiteral("Quit Keyferry"), &window);
     configureWindow();
+    if (onBuilt) {
+        onBuilt();
+    }
 }
 
 PairingWindowController::~PairingWindowController() = default;
@@ -92,7 +103,8 @@ void PairingWindowController::configureControls() {
     SystemColors::setTextColor(*typingHelpLine, SystemColors::secondaryLabel());
     typingHelpLine->setAlignment(Qt::AlignCenter);
     typingHelpLine->setTextFormat(Qt::PlainText);
-    typingHelpLine->hide();
+    setTypingHelp(typingHelp);
+    showTypingHelp(typingHelpShown);
 
     accessibilityButton->hide();
     connect(accessibilityButton, &QPushButton::clicked, this, &PairingWindowController::requestAccessibility);
@@ -115,7 +127,7 @@ void PairingWindowController::configureControls() {
             onQuit();
         }
     });
-    setTraylessControlsVisible(false);
+    setTraylessControlsVisible(traylessControlsShown);
 }
 
 QVBoxLayout* PairingWindowController::bottomColumn() const {
@@ -135,15 +147,27 @@ QVBoxLayout* PairingWindowController::bottomColumn() const {
 }
 
 void PairingWindowController::setTypingHelp(const QString& line) {
+    typingHelp = line;
+    if (!isBuilt()) {
+        return;
+    }
     typingHelpLine->setText(line);
     typingHelpLine->setToolTip(line); // the whole line, where the window is too narrow for it
 }
 
 void PairingWindowController::showTypingHelp(bool visible) {
+    typingHelpShown = visible;
+    if (!isBuilt()) {
+        return;
+    }
     typingHelpLine->setVisible(visible && !typingHelpLine->text().isEmpty());
 }
 
 void PairingWindowController::setTraylessControlsVisible(bool visible) {
+    traylessControlsShown = visible;
+    if (!isBuilt()) {
+        return;
+    }
     stateLine->setVisible(visible);
     quitButton->setVisible(visible);
 }
@@ -161,6 +185,9 @@ void PairingWindowController::clearStack() {
 }
 
 void PairingWindowController::renderPhones() {
+    if (!isBuilt()) {
+        return;
+    }
     clearStack();
     if (phones.empty()) {
         auto* placeholder = new EmptyPhonesView(flippedView);
@@ -221,8 +248,10 @@ void PairingWindowController::confirmRemoval(PairedPhone phone) {
 }
 
 void PairingWindowController::createCode() {
-    errorLabel->setText(QString());
-    errorLabel->hide();
+    if (isBuilt()) {
+        errorLabel->setText(QString());
+        errorLabel->hide();
+    }
     if (onCreateCode) {
         onCreateCode();
     }

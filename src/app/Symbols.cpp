@@ -24,8 +24,8 @@ QImage render(const QString& name, int pixels) {
     return image;
 }
 
-QImage tintedImage(const QString& name, const QColor& color, int pixels) {
-    QImage image = render(name, pixels);
+// The shapes of `image` (its alpha) filled with `color`.
+QImage filled(QImage image, const QColor& color) {
     if (image.isNull()) {
         return image;
     }
@@ -34,6 +34,13 @@ QImage tintedImage(const QString& name, const QColor& color, int pixels) {
     painter.fillRect(image.rect(), color);
     return image;
 }
+
+QImage tintedImage(const QString& name, const QColor& color, int pixels) {
+    return filled(render(name, pixels), color);
+}
+
+// The sizes an icon carries; the build renders the tray symbol at the same ones (src/app/CMakeLists.txt).
+constexpr int iconSizes[] = {16, 22, 24, 32, 44, 48, 64, 128};
 
 } // namespace
 
@@ -62,13 +69,29 @@ QPixmap Symbols::tinted(const QString& name, const QColor& color, qreal pointSiz
 
 QIcon Symbols::icon(const QString& name, const QColor& color) {
     QIcon icon;
-    for (const int pixels : {16, 22, 24, 32, 44, 48, 64, 128}) {
+    for (const int pixels : iconSizes) {
         const QImage image = tintedImage(name, color, pixels);
         if (!image.isNull()) {
             icon.addPixmap(QPixmap::fromImage(image));
         }
     }
     return icon;
+}
+
+QString Symbols::prerenderedPath(const QString& name, int pixels) {
+    return QStringLiteral(":/symbols/") + name + QStringLiteral("/") + QString::number(pixels) + QStringLiteral(".png");
+}
+
+QIcon Symbols::prerenderedIcon(const QString& name, const QColor& color) {
+    QIcon icon;
+    for (const int pixels : iconSizes) {
+        const QImage image(prerenderedPath(name, pixels));
+        if (!image.isNull()) {
+            icon.addPixmap(
+                QPixmap::fromImage(filled(image.convertToFormat(QImage::Format_ARGB32_Premultiplied), color)));
+        }
+    }
+    return icon.isNull() ? Symbols::icon(name, color) : icon;
 }
 
 QIcon Symbols::templateIcon(const QString& name) {

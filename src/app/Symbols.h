@@ -24,6 +24,11 @@ public:
     // The symbol as an icon in `color`, at the usual small sizes.
     static QIcon icon(const QString& name, const QColor& color);
 
+    // The same icon from the images the build rendered (the tray symbol only), so that drawing it needs no
+    // SVG renderer; a symbol without them is drawn as icon() draws it.
+    static QIcon prerenderedIcon(const QString& name, const QColor& color);
+    static QString prerenderedPath(const QString& name, int pixels);
+
     // The symbol as a template (mask) icon: black shapes whose alpha is all that matters, for a desktop
     // that colours tray icons itself.
     static QIcon templateIcon(const QString& name);

@@ -77,6 +77,38 @@ TEST_F(SecretServiceBackendTest, AddingAgainReplacesTheItem) {
     EXPECT_EQ(backend.find(token, value), secretItemNotFound);
 }
 
+// The schema libsecret applications (and earlier Keyferry versions) store these items under.
+const SecretSchema& librarySchema() {
+    static const SecretSchema schema = [] {
+        SecretSchema built{};
+        built.name = "com.quillix.companion.GenericPassword";
+        built.flags = SECRET_SCHEMA_NONE;
+        built.attributes[0] = {"service", SECRET_SCHEMA_ATTRIBUTE_STRING};
+        built.attributes[1] = {"account", SECRET_SCHEMA_ATTRIBUTE_STRING};
+        return built;
+    }();
+    return schema;
+}
+
+TEST_F(SecretServiceBackendTest, ReadsAndReplacesWhatLibsecretStored) {
+    GError* error = nullptr;
+    ASSERT_TRUE(secret_password_store_sync(&librarySchema(), SECRET_COLLECTION_DEFAULT, "stored earlier",
+                                           "token-from-before", nullptr, &error, "service", token.service.c_str(),
+                                           "account", token.account.c_str(), nullptr));
+    std::string value;
+    ASSERT_EQ(backend.find(token, value), secretSuccess);
+    EXPECT_EQ(value, "token-from-before");
+
+    ASSERT_EQ(backend.add(token, "token-now", SecretAccessibility::afterFirstUnlock), secretSuccess);
+    gchar* stored = secret_password_lookup_sync(&librarySchema(), nullptr, &error, "service", token.service.c_str(),
+                                                "account", token.account.c_str(), nullptr);
+    ASSERT_NE(stored, nullptr);
+    EXPECT_STREQ(stored, "token-now");
+    secret_password_free(stored);
+    EXPECT_EQ(backend.remove(token), secretSuccess);
+    EXPECT_EQ(backend.find(token, value), secretItemNotFound);
+}
+
 TEST_F(SecretServiceBackendTest, LockedKeyringAnswersWithoutPrompting) {
     ASSERT_EQ(backend.add(token, "secret", SecretAccessibility::afterFirstUnlock), secretSuccess);
     GError* error = nullptr;

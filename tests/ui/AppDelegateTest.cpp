@@ -1,6 +1,7 @@
 #include "AlertAnswerer.h"
 #include "CallbackButton.h"
 #include "ElidedLabel.h"
+#include "PhoneCardView.h"
 #include "QtPrinters.h"
 #include "ShellHarness.h"
 #include "StartupManager.h"
@@ -109,6 +110,47 @@ TEST_F(AppDelegateTest, BackgroundStartShowsNoWindow) {
     EXPECT_EQ(delegate.statusMenuItem->text(), QStringLiteral("Not paired"));
     EXPECT_FALSE(shell.mainWindow().isVisible());
     EXPECT_FALSE(shell.codeWindow().isVisible());
+}
+
+TEST_F(AppDelegateTest, ConnectedBackgroundStartBuildsNeitherWindow) {
+    AppDelegate& delegate = launchConnected({QStringLiteral("--background")});
+    shell.advance(1.0); // past the moment a window shown for the permission would hide again
+    EXPECT_EQ(delegate.statusMenuItem->text(), QStringLiteral("Connected"));
+    EXPECT_FALSE(delegate.pairingWindow.isBuilt());
+    EXPECT_FALSE(delegate.pairCodeWindow.isBuilt());
+}
+
+TEST_F(AppDelegateTest, WindowFirstOpenedLaterShowsWhatTheTrayShows) {
+    AppDelegate& delegate = launchConnected({QStringLiteral("--background")});
+    delegate.startupMenuItem->trigger();
+    ASSERT_TRUE(delegate.startupMenuItem->isChecked());
+    ASSERT_FALSE(delegate.pairingWindow.isBuilt());
+
+    menuItem(delegate, QStringLiteral("Open Keyferry"))->trigger();
+    const PairingWindowController& window = delegate.pairingWindow;
+    EXPECT_TRUE(shell.mainWindow().isVisible());
+    EXPECT_EQ(window.stateLine->text(), QStringLiteral("Connected"));
+    EXPECT_TRUE(window.startupCheckbox->isChecked());
+    EXPECT_FALSE(window.accessibilityButton->isVisible());
+    EXPECT_TRUE(window.addPhoneButton->isEnabled());
+    ASSERT_EQ(window.devicesStack->count(), 1);
+    EXPECT_NE(dynamic_cast<PhoneCardView*>(window.devicesStack->itemAt(0)->widget()), nullptr);
+    EXPECT_FALSE(QApplication::windowIcon().isNull());
+}
+
+TEST_F(AppDelegateTest, WindowFirstOpenedWhilePermissionIsMissingOffersIt) {
+    shell.markPaired();
+    shell.accessibility.trusted = false;
+    AppDelegate& delegate = shell.launch({QStringLiteral("--background")});
+    delegate.pairingWindow.setTypingHelp(QStringLiteral("Typing needs a display that allows it."));
+    shell.queue.runUntilIdle();
+    ASSERT_TRUE(shell.mainThread.runOne()); // permissionRequired, before the window is asked for
+    ASSERT_FALSE(delegate.pairingWindow.isBuilt());
+
+    delegate.showWindow();
+    EXPECT_TRUE(delegate.pairingWindow.accessibilityButton->isVisible());
+    EXPECT_TRUE(delegate.pairingWindow.typingHelpLine->isVisible());
+    EXPECT_EQ(delegate.pairingWindow.typingHelpLine->text(), QStringLiteral("Typing needs a display that allows it."));
 }
 
 TEST_F(AppDelegateTest, OnlyTheExactArgumentMeansBackground) {
@@ -286,6 +328,7 @@ TEST_F(AppDelegateTest, ErrorWithTheCodeWindowClosedGoesToTheErrorLine) {
 TEST_F(AppDelegateTest, EmptyErrorHidesTheLineAndStillBringsTheWindowForward) {
     AppDelegate& delegate = shell.launch({QStringLiteral("--background")});
     shell.settle();
+    shell.mainWindow(); // the window of an earlier error, closed since
     delegate.pairingWindow.errorLabel->setText(QStringLiteral("Earlier trouble"));
     delegate.pairingWindow.errorLabel->show();
     // The service never words an empty error; its callback is played directly.

@@ -29,6 +29,7 @@ protected:
         parent.show();
         QCoreApplication::processEvents();
         controller.onClose = [this] { ++closes; };
+        window(); // built as the first code would build it
     }
     QWidget& window() { return *controller.window(); }
     QPushButton& closeButton() {

@@ -80,7 +80,7 @@ TEST_F(PairingWindowTest, WindowIsTitledSizedAndBounded) {
 }
 
 TEST_F(PairingWindowTest, WindowIsCentredOnTheScreenWhenCreated) {
-    const PairingWindowController fresh;
+    PairingWindowController fresh;
     const QPoint centre = fresh.window()->frameGeometry().center();
     const QPoint screenCentre = QGuiApplication::primaryScreen()->availableGeometry().center();
     EXPECT_LE(std::abs(centre.x() - screenCentre.x()), 1);

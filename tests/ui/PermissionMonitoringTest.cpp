@@ -108,8 +108,8 @@ TEST_F(PermissionMonitoringTest, RevokingDoesNotRestartMonitoringByItself) {
 
 TEST_F(PermissionMonitoringTest, WindowButtonAsksLikeTheMenu) {
     shell.accessibility.trusted = false;
-    delegate().pairingWindow.accessibilityButton->show();
     delegate().pairingWindow.window()->show();
+    delegate().pairingWindow.accessibilityButton->show();
     QTest::mouseClick(delegate().pairingWindow.accessibilityButton, Qt::LeftButton);
     EXPECT_EQ(promptFlags(), (std::vector<bool>{true}));
     EXPECT_TRUE(delegate().isMonitoringPermission());

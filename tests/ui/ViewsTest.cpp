@@ -14,6 +14,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
 namespace keyferry {
 namespace {
 
@@ -159,6 +161,29 @@ TEST(Symbols, EveryProductSymbolIsDrawn) {
             }
         }
         EXPECT_GT(inked, 20) << name;
+    }
+}
+
+TEST(Symbols, PrerenderedTraySymbolLooksLikeTheDrawnOne) {
+    const QString name = QStringLiteral("waveform.and.mic");
+    ASSERT_TRUE(QFile::exists(Symbols::prerenderedPath(name, 22)));
+    const QIcon prerendered = Symbols::prerenderedIcon(name, Qt::red);
+    const QIcon drawn = Symbols::icon(name, Qt::red);
+    ASSERT_EQ(prerendered.availableSizes(), drawn.availableSizes());
+    for (const QSize& size : drawn.availableSizes()) {
+        const QImage expected = drawn.pixmap(size).toImage().convertToFormat(QImage::Format_ARGB32);
+        const QImage actual = prerendered.pixmap(size).toImage().convertToFormat(QImage::Format_ARGB32);
+        ASSERT_EQ(actual.size(), expected.size());
+        int different = 0;
+        for (int y = 0; y < expected.height(); ++y) {
+            for (int x = 0; x < expected.width(); ++x) {
+                const QColor want = expected.pixelColor(x, y), got = actual.pixelColor(x, y);
+                if (std::abs(want.alpha() - got.alpha()) > 2 || (got.alpha() > 0 && got.red() < 250)) {
+                    ++different;
+                }
+            }
+        }
+        EXPECT_EQ(different, 0) << size.width();
     }
 }
 

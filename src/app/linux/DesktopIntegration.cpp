@@ -15,7 +15,7 @@ void DesktopIntegration::activateApplication() {}
 QIcon DesktopIntegration::trayIcon() {
     // Tray hosts here seldom recolour icons: draw the symbol in the desktop's text colour, still marked as a
     // mask for those that do.
-    QIcon symbol = Symbols::icon(QStringLiteral("waveform.and.mic"), SystemColors::label());
+    QIcon symbol = Symbols::prerenderedIcon(QStringLiteral("waveform.and.mic"), SystemColors::label());
     symbol.setIsMask(true);
     return symbol;
 }

@@ -4,50 +4,43 @@
 
 namespace keyferry {
 
-SecretServiceBackend::SecretServiceBackend(std::chrono::milliseconds timeout)
-    : session(std::make_unique<SecretServiceSession>(timeout)) {}
+SecretServiceBackend::SecretServiceBackend(std::chrono::milliseconds callTimeout) : timeout(callTimeout) {}
 
 SecretServiceBackend::~SecretServiceBackend() = default;
 
 SecretStatus SecretServiceBackend::find(const SecretQuery& query, std::string& value) {
-    std::vector<SecretServiceSession::Ref<SecretItem>> items;
-    if (const SecretStatus status = session->existingItems(query, items); status != secretSuccess) {
+    SecretServiceSession session(timeout);
+    QStringList items;
+    if (const SecretStatus status = session.existingItems(query, items); status != secretSuccess) {
         return status;
     }
-    SecretValue* secret = secret_item_get_secret(items.front().get());
-    if (secret == nullptr) {
-        // Found but not readable without unlocking it.
-        return secretInteractionNotAllowed;
-    }
-    gsize length = 0;
-    const gchar* bytes = secret_value_get(secret, &length);
-    value.assign(bytes, length);
-    secret_value_unref(secret);
-    return secretSuccess;
+    return session.secretOf(items.front(), value);
 }
 
 SecretStatus SecretServiceBackend::update(const SecretQuery& query, const std::string& value) {
-    std::vector<SecretServiceSession::Ref<SecretItem>> items;
-    if (const SecretStatus status = session->existingItems(query, items); status != secretSuccess) {
+    SecretServiceSession session(timeout);
+    QStringList items;
+    if (const SecretStatus status = session.existingItems(query, items); status != secretSuccess) {
         return status;
     }
-    return session->setSecret(items.front().get(), value);
+    return session.setSecret(items.front(), value);
 }
 
 // Items go to the default collection, which the desktop unlocks at login: the keyring's form of "readable
 // after the first unlock", the only accessibility there is.
 SecretStatus SecretServiceBackend::add(const SecretQuery& query, const std::string& value, SecretAccessibility) {
-    session->beginCall();
-    return session->create(query, value);
+    SecretServiceSession session(timeout);
+    return session.create(query, value);
 }
 
 SecretStatus SecretServiceBackend::remove(const SecretQuery& query) {
-    std::vector<SecretServiceSession::Ref<SecretItem>> items;
-    if (const SecretStatus status = session->existingItems(query, items); status != secretSuccess) {
+    SecretServiceSession session(timeout);
+    QStringList items;
+    if (const SecretStatus status = session.existingItems(query, items); status != secretSuccess) {
         return status;
     }
-    for (const auto& item : items) {
-        if (const SecretStatus status = session->remove(item.get()); status != secretSuccess) {
+    for (const QString& item : items) {
+        if (const SecretStatus status = session.remove(item); status != secretSuccess) {
             return status;
         }
     }

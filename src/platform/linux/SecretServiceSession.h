@@ -2,59 +2,55 @@
 
 #include "SecretBackend.h"
 
-#include <libsecret/secret.h>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QString>
+#include <QStringList>
 
 #include <chrono>
-#include <functional>
-#include <memory>
-#include <vector>
+#include <string>
 
 namespace keyferry {
 
-// The GLib side of SecretServiceBackend: a private main context, the Secret Service connection and the
-// default collection, and the asynchronous calls run on that context with a deadline. Owned by
-// SecretServiceBackend; one call at a time (its owner's caller serialises them).
+// One conversation with the Secret Service (org.freedesktop.secrets) on the session bus, spoken through
+// QtDBus: its own private connection and a "plain" transfer session, both opened when it is made and closed
+// when it goes, so nothing of the keyring stays open between calls. The secrets travel over the session bus,
+// which only the user can reach. Every method call shares one deadline, counted from construction.
+//
+// Made by SecretServiceBackend for one of its calls and used on that call's thread only.
 class SecretServiceSession {
 public:
-    template <typename T> struct Unref {
-        void operator()(T* object) const { g_object_unref(object); }
-    };
-    template <typename T> using Ref = std::unique_ptr<T, Unref<T>>;
-
-    // Starts an asynchronous GIO call with the given cancellable, callback and user data.
-    using Start = std::function<void(GCancellable*, GAsyncReadyCallback, gpointer)>;
+    // The schema name libsecret records with each item ("xdg:schema"), kept so items written before stay found.
+    static constexpr const char* schemaName = "com.quillix.companion.GenericPassword";
 
     explicit SecretServiceSession(std::chrono::milliseconds timeout);
     ~SecretServiceSession();
     SecretServiceSession(const SecretServiceSession&) = delete;
     SecretServiceSession& operator=(const SecretServiceSession&) = delete;
 
-    // The unlocked default collection, reached within the call's deadline; a status when there is none.
-    SecretStatus openCollection(SecretCollection*& collection);
-
-    // The items that match the query, secrets loaded; secretItemNotFound when there are none. Starts the
-    // call's deadline.
-    SecretStatus existingItems(const SecretQuery& query, std::vector<Ref<SecretItem>>& items);
+    // The object paths of the items that match the query in the unlocked default collection;
+    // secretItemNotFound when there are none.
+    SecretStatus existingItems(const SecretQuery& query, QStringList& items);
+    SecretStatus secretOf(const QString& item, std::string& value);
     SecretStatus create(const SecretQuery& query, const std::string& value);
-    SecretStatus setSecret(SecretItem* item, const std::string& value);
-    SecretStatus remove(SecretItem* item);
-
-    // Starts a deadline for the call about to be made; every step of the call shares it.
-    void beginCall();
+    SecretStatus setSecret(const QString& item, const std::string& value);
+    SecretStatus remove(const QString& item);
 
 private:
-    SecretStatus search(const SecretQuery& query, std::vector<Ref<SecretItem>>& items);
+    // The unlocked default collection's path; a status when there is none.
+    SecretStatus openCollection(QString& collection);
+    SecretStatus openTransferSession();
+    // Calls `method` and waits for the answer until the deadline; a status for a failed call.
+    SecretStatus call(const QString& path, const QString& interface, const QString& method,
+                      const QVariantList& arguments, QDBusMessage& reply);
+    // The outcome of a call that answers with a prompt at `index`: success only when the service needed none
+    // (a prompt would ask the user, which the application never does).
+    static SecretStatus statusOfPrompt(const QDBusMessage& reply, int index);
 
-    // Runs one asynchronous call on the private context until it completes; cancels it at the deadline
-    // (GIO then completes it as cancelled). Returns its result.
-    Ref<GAsyncResult> await(const Start& start);
-    SecretStatus statusOf(GError* error);
-
-    std::chrono::milliseconds timeout;
-    std::chrono::steady_clock::time_point deadline;
-    GMainContext* context;
-    Ref<SecretService> service;
-    Ref<SecretCollection> collection;
+    const std::chrono::steady_clock::time_point deadline;
+    const QString connectionName;
+    QDBusConnection bus;
+    QString transferSession;
 };
 
 } // namespace keyferry
