@@ -141,6 +141,8 @@ SecretStatus SecretServiceSession::openTransferSession() {
         return secretSuccess;
     }
     QDBusMessage reply;
+    // "plain": the token crosses only the user's own session bus, where any program of the user could ask the
+    // keyring for the item itself; an encrypted transfer would keep a key-exchange library resident for nothing.
     const QVariantList arguments{QStringLiteral("plain"), QVariant::fromValue(QDBusVariant(QString()))};
     if (const SecretStatus status =
             call(servicePath, serviceInterface, QStringLiteral("OpenSession"), arguments, reply);
