@@ -53,6 +53,20 @@ std::optional<int> xtestKeyboard(Display* display) {
     return found;
 }
 
+void setTwoLevelSymbols(XkbDescPtr desc, unsigned keycode, std::pair<unsigned long, unsigned long> symbols) {
+    // Room for two symbols first, while the key's old size still says how much it has.
+    KeySym* written = XkbResizeKeySyms(desc, static_cast<int>(keycode), 2);
+    if (written == nullptr) {
+        return;
+    }
+    written[0] = symbols.first;
+    written[1] = symbols.second;
+    XkbSymMapRec& map = desc->map->key_sym_map[keycode];
+    map.kt_index[0] = XkbTwoLevelIndex;
+    map.group_info = static_cast<unsigned char>(XkbSetGroupInfo(1, XkbWrapIntoRange, 0));
+    map.width = 2;
+}
+
 bool sameSymbols(XkbDescPtr left, XkbDescPtr right) {
     if (left->min_key_code != right->min_key_code || left->max_key_code != right->max_key_code) {
         return false;
@@ -368,7 +382,7 @@ bool X11KeyboardSession::bindFor(std::u32string_view remaining, int group) {
     }
     const auto freeAt = placesFreeAt(needed.size(), bound);
     auto keycodes = pool->bind(needed, bound, freeAt);
-    return !keycodes.empty() && applyBindings(std::move(keycodes));
+    return !keycodes.empty() && applyBindings(keycodes);
 }
 
 // The moment at which places count as free for binding `count` characters, after waiting when too few are.
@@ -444,11 +458,11 @@ void X11KeyboardSession::noteFocus(Window focus) {
     }
 }
 
-bool X11KeyboardSession::applyBindings(std::vector<unsigned> keycodes) {
+bool X11KeyboardSession::applyBindings(const std::vector<unsigned>& keycodes) {
     if (keycodes.empty()) {
         return true;
     }
-    if (!writeSpareKeycodes(std::move(keycodes))) {
+    if (!bindSpareKeycodes(keycodes)) {
         return false;
     }
     discardOwnNotifications();
@@ -548,18 +562,49 @@ void X11KeyboardSession::restoreModifiers(const ModifierState& state) {
 // level, in every group: the layout group cannot change them, and a level not in use repeats the other one (a
 // single symbol would be read as a lower/upper-case pair). Keycodes given back get their original symbols.
 std::vector<unsigned long> X11KeyboardSession::intendedSymbols(unsigned keycode) const {
+    const auto bound = boundSymbols(keycode);
+    if (!bound) {
+        return keymap->originalSymbols(keycode);
+    }
+    std::vector<unsigned long> symbols;
+    for (int column = 0; column < keymap->symbolsPerKeycode(); ++column) {
+        symbols.push_back(column % 2 == 0 ? bound->first : bound->second);
+    }
+    return symbols;
+}
+
+// The plain and shifted characters a borrowed keycode carries (one repeats the other when only one is bound).
+std::optional<std::pair<unsigned long, unsigned long>> X11KeyboardSession::boundSymbols(unsigned keycode) const {
     const auto plain = pool->keysymOn({keycode, 0});
     const auto shifted = pool->keysymOn({keycode, 1});
     if (!plain && !shifted) {
-        return keymap->originalSymbols(keycode);
+        return std::nullopt;
     }
     const unsigned long first = plain.value_or(*shifted);
-    const unsigned long second = shifted.value_or(first);
-    std::vector<unsigned long> symbols;
-    for (int column = 0; column < keymap->symbolsPerKeycode(); ++column) {
-        symbols.push_back(column % 2 == 0 ? first : second);
+    return std::pair(first, shifted.value_or(first));
+}
+
+// Binds `keycodes` (sorted) in one XKB request spanning them all: every request is a keymap change that each
+// Qt window answers by fetching and compiling its whole keymap, and the spare keycodes lie in many runs. The
+// keycodes between them go back as the server has them now. A bound keycode gets one group of the two-level
+// type, so Shift alone picks its second character and every layout group reads the same two.
+bool X11KeyboardSession::bindSpareKeycodes(const std::vector<unsigned>& keycodes) {
+    XkbDescPtr desc = XkbGetMap(display, XkbKeyTypesMask | XkbKeySymsMask, XkbUseCoreKbd);
+    if (desc == nullptr) {
+        return false;
     }
-    return symbols;
+    for (const unsigned keycode : keycodes) {
+        if (const auto bound = boundSymbols(keycode)) {
+            setTwoLevelSymbols(desc, keycode, *bound);
+        }
+    }
+    XkbMapChangesRec changes{};
+    changes.changed = XkbKeySymsMask;
+    changes.first_key_sym = static_cast<KeyCode>(keycodes.front());
+    changes.num_key_syms = static_cast<unsigned char>(keycodes.back() - keycodes.front() + 1);
+    const bool sent = XkbChangeMap(display, desc, &changes) == True;
+    XkbFreeKeyboard(desc, 0, True);
+    return sent && !connectionLost.load();
 }
 
 // Writes the intended symbols of `keycodes` in as few requests as possible: one per run of spare keycodes,

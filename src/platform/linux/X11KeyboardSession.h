@@ -11,6 +11,7 @@
 #include <optional>
 #include <string_view>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 namespace keyferry {
@@ -91,11 +92,13 @@ private:
     void noteFocus(Window focus);
     void collectNeeded(std::u32string_view text, int group, std::vector<unsigned long>& needed,
                        std::unordered_set<unsigned long>& bound);
-    bool applyBindings(std::vector<unsigned> keycodes);
+    bool applyBindings(const std::vector<unsigned>& keycodes);
+    bool bindSpareKeycodes(const std::vector<unsigned>& keycodes);
     int currentGroup();
     bool pressKeys(std::u32string_view text, std::size_t& position, int group);
     bool writeSpareKeycodes(std::vector<unsigned> keycodes);
     std::vector<unsigned long> intendedSymbols(unsigned keycode) const;
+    std::optional<std::pair<unsigned long, unsigned long>> boundSymbols(unsigned keycode) const;
     std::optional<KeyStroke> strokeFor(char32_t character, int group);
 
     Timing timing;
