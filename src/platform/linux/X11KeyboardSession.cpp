@@ -123,6 +123,10 @@ bool X11KeyboardSession::connect() {
     }
     const unsigned long mapEvents = XkbNewKeyboardNotifyMask | XkbMapNotifyMask;
     XkbSelectEvents(display, XkbUseCoreKbd, mapEvents, mapEvents);
+    // Every change of the modifiers or the group is reported, so that they are asked for only after one.
+    const unsigned long stateParts = XkbModifierStateMask | XkbGroupStateMask;
+    XkbSelectEventDetails(display, XkbUseCoreKbd, XkbStateNotify, stateParts, stateParts);
+    numLockMask = XkbKeysymToModifiers(display, XK_Num_Lock);
     ping.emplace(display);
     matchTestDeviceKeymap();
     if (!loadKeymap()) {
@@ -142,6 +146,8 @@ void X11KeyboardSession::disconnect() {
     ping.reset();
     typedInto.reset();
     typedIntoSeveral = false;
+    watchedFocus.reset();
+    knownState.reset();
 }
 
 // XTest events come from their own slave device, and the server switches the core keyboard to that device's
@@ -190,12 +196,17 @@ bool X11KeyboardSession::loadKeymap() {
 }
 
 bool X11KeyboardSession::keymapChangedElsewhere() {
+    readPendingEvents();
+    return std::exchange(keymapEventSeen, false);
+}
+
+// Reads the events that have arrived, without a round trip.
+void X11KeyboardSession::readPendingEvents() {
     while (XPending(display) > 0) {
         XEvent event;
         XNextEvent(display, &event);
         noteEvent(event);
     }
-    return std::exchange(keymapEventSeen, false);
 }
 
 void X11KeyboardSession::noteEvent(const XEvent& event) {
@@ -203,10 +214,31 @@ void X11KeyboardSession::noteEvent(const XEvent& event) {
         confirmRead(keysAsked);
     } else if (event.type == MappingNotify) {
         keymapEventSeen = true;
+    } else if ((event.type == FocusIn || event.type == FocusOut) && watchedFocus &&
+               event.xfocus.window == watchedFocus->window) {
+        watchedFocus.reset();
     } else if (event.type == xkbEventBase) {
         const int kind = reinterpret_cast<const XkbEvent*>(&event)->any.xkb_type;
         keymapEventSeen = keymapEventSeen || kind == XkbMapNotify || kind == XkbNewKeyboardNotify;
+        noteState(event);
     }
+}
+
+// Every state notification carries the whole state after the change, so the last one read tells the state
+// as of the last round trip: the Shift presses of the text itself come and go, and a modifier the user holds
+// or locks shows.
+void X11KeyboardSession::noteState(const XEvent& event) {
+    const auto& any = reinterpret_cast<const XkbEvent*>(&event)->any;
+    if (event.type == xkbEventBase && any.xkb_type == XkbStateNotify) {
+        const auto& state = reinterpret_cast<const XkbEvent*>(&event)->state;
+        knownState = KnownState{isClear(state.base_mods, state.latched_mods, state.locked_mods), state.group};
+    }
+}
+
+// No modifier held or latched, and no lock but Num Lock, which changes only the keypad (typing never uses it);
+// any other (Caps Lock first) would change the case or level of the keys typed.
+bool X11KeyboardSession::isClear(unsigned baseMods, unsigned latchedMods, unsigned lockedMods) const {
+    return baseMods == 0 && latchedMods == 0 && (lockedMods & ~numLockMask) == 0;
 }
 
 // The server also reports a new keyboard when the XTest device sends its first key after another keyboard:
@@ -276,6 +308,7 @@ void X11KeyboardSession::discardOwnNotifications() {
         if (ping && ping->answers(event)) {
             confirmRead(keysAsked);
         }
+        noteState(event);
     }
 }
 
@@ -289,6 +322,7 @@ bool X11KeyboardSession::type(std::u32string_view text) {
     }
     const ModifierState modifiers = clearModifiers();
     const std::u32string_view ahead = textAhead(text);
+    textGoesOn = ahead.size() > text.size() && modifiers.heldKeycodes.empty() && modifiers.lockedMods == 0;
     std::size_t position = 0;
     bool typed = true;
     while (typed && position < text.size()) {
@@ -299,8 +333,9 @@ bool X11KeyboardSession::type(std::u32string_view text) {
     } else {
         announced.clear();
     }
-    restoreModifiers(modifiers);
-    XSync(display, False);
+    if (restoreModifiers(modifiers)) {
+        XSync(display, False);
+    }
     return typed && !connectionLost.load() && xlibProtocolErrors() == errorsBefore;
 }
 
@@ -446,6 +481,30 @@ void X11KeyboardSession::confirmRead(std::size_t keys) {
     }
 }
 
+// The window the keys just sent went to. Asked with a round trip (which also lets the server's answers to
+// every request so far arrive) at the end of a text, every few pieces, and whenever the focus may have moved;
+// between those, the pieces of one text go out without waiting, as long as the window asked about last
+// reports no focus change. Its focus changes are watched from the first answer on and trusted from the
+// second, which arrives after the server has started reporting them.
+Window X11KeyboardSession::focusOfKeys() {
+    constexpr int piecesBetweenRoundTrips = 8;
+    readPendingEvents();
+    if (textGoesOn && watchedFocus && watchedFocus->confirmed && ++watchedFocus->piecesSent < piecesBetweenRoundTrips) {
+        XFlush(display);
+        return watchedFocus->window;
+    }
+    const Window focus = ping->focusedWindow();
+    readPendingEvents();
+    if (watchedFocus && watchedFocus->window == focus) {
+        watchedFocus->confirmed = true;
+        watchedFocus->piecesSent = 0;
+    } else if (focus != None && focus != PointerRoot) {
+        XSelectInput(display, focus, FocusChangeMask);
+        watchedFocus = WatchedFocus{focus};
+    }
+    return focus;
+}
+
 void X11KeyboardSession::noteFocus(Window focus) {
     if (typedInto && *typedInto != focus) {
         typedIntoSeveral = true;
@@ -511,24 +570,27 @@ bool X11KeyboardSession::pressKeys(std::u32string_view text, std::size_t& positi
     if (shiftDown) {
         XTestFakeKeyEvent(display, *shiftKeycode, False, CurrentTime);
     }
-    // A round trip, as XSync, that also tells which window the keys went to.
-    noteFocus(ping->focusedWindow());
+    noteFocus(focusOfKeys());
     askFocusedClient();
     sentAt = std::chrono::steady_clock::now();
     return !connectionLost.load();
 }
 
+// The user's modifiers are released for the piece typed; when the notifications read since the last round
+// trip show none, the server is not asked again.
 X11KeyboardSession::ModifierState X11KeyboardSession::clearModifiers() {
     ModifierState state;
+    if (knownState && knownState->clear) {
+        state.group = knownState->group;
+        return state;
+    }
     XkbStateRec current{};
     if (XkbGetState(display, XkbUseCoreKbd, &current) != Success) {
         return state;
     }
     state.group = current.group;
-    // Num Lock changes only the keypad, which typing never uses; every other lock (Caps Lock first) would
-    // change the case or level of the keys typed.
-    const unsigned numLock = XkbKeysymToModifiers(display, XK_Num_Lock);
-    state.lockedMods = current.locked_mods & ~numLock;
+    knownState = KnownState{isClear(current.base_mods, current.latched_mods, current.locked_mods), current.group};
+    state.lockedMods = current.locked_mods & ~numLockMask;
     if (state.lockedMods != 0) {
         XkbLockModifiers(display, XkbUseCoreKbd, state.lockedMods, 0);
     }
@@ -549,13 +611,15 @@ X11KeyboardSession::ModifierState X11KeyboardSession::clearModifiers() {
     return state;
 }
 
-void X11KeyboardSession::restoreModifiers(const ModifierState& state) {
+// Puts the user's modifiers back; false when there were none to put back (nothing was sent).
+bool X11KeyboardSession::restoreModifiers(const ModifierState& state) {
     for (const unsigned keycode : state.heldKeycodes) {
         XTestFakeKeyEvent(display, keycode, True, CurrentTime);
     }
     if (state.lockedMods != 0) {
         XkbLockModifiers(display, XkbUseCoreKbd, state.lockedMods, state.lockedMods);
     }
+    return !state.heldKeycodes.empty() || state.lockedMods != 0;
 }
 
 // A borrowed keycode carries its plain character on every first level and its shifted one on every second

@@ -38,7 +38,9 @@ public:
     X11KeyboardSession& operator=(const X11KeyboardSession&) = delete;
 
     // Types the characters as key presses in order; false when no X display with XTest is reachable or the
-    // server refused a request (what was typed before stays typed).
+    // server refused a request (what was typed before stays typed). A piece followed by more of the announced
+    // text is sent without waiting for the server, so a request it has refused fails a later piece of that
+    // text at the latest its last one, which waits.
     bool type(std::u32string_view text);
 
     // Binds what `text` needs to places free now, without waiting for any; the rest is bound while typing.
@@ -78,8 +80,18 @@ private:
     void giveBackBindingsStillInPlace(const X11Keymap& current);
     void discardOwnNotifications();
 
+    // Whether the keyboard had no modifier to clear, and its group, as last reported.
+    struct KnownState {
+        bool clear = false;
+        int group = 0;
+    };
+
     ModifierState clearModifiers();
-    void restoreModifiers(const ModifierState& state);
+    bool restoreModifiers(const ModifierState& state);
+    void noteState(const XEvent& event);
+    void readPendingEvents();
+    Window focusOfKeys();
+    bool isClear(unsigned baseMods, unsigned latchedMods, unsigned lockedMods) const;
 
     std::u32string_view textAhead(std::u32string_view text) const;
     bool typePrefix(std::u32string_view text, std::u32string_view ahead, std::size_t& position, int group);
@@ -109,6 +121,17 @@ private:
     std::optional<SpareKeycodePool> pool;
     std::optional<FocusedClientPing> ping;
     bool keymapEventSeen = false;
+    unsigned numLockMask = 0;
+    std::optional<KnownState> knownState;
+    // The focused window whose focus changes are reported to this connection, since when, and how many pieces
+    // went to it since the last round trip.
+    struct WatchedFocus {
+        Window window = 0;
+        bool confirmed = false;
+        int piecesSent = 0;
+    };
+    std::optional<WatchedFocus> watchedFocus;
+    bool textGoesOn = false; // the piece being typed is followed by more of the announced text
     // The windows keys went to since their client last confirmed reading them (a ping answers for one client).
     std::optional<Window> typedInto;
     bool typedIntoSeveral = false;
