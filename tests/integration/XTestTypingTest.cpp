@@ -215,6 +215,34 @@ TEST_F(UserModifiersTest, QtWidgetReceivesExactTextWithCapsLockAndControlHeld) {
     expectModifiersStillActive();
 }
 
+// The keyboard state is asked for again only when the server reports a change: Caps Lock and Control that the
+// user takes between two texts are still cleared for the second one, and put back after it.
+TEST_F(XTestTypingTest, ModifiersTakenBetweenTextsNeitherChangeTheNextTextNorAreLost) {
+    startReceiver(KEYFERRY_QT_RECEIVER, 0);
+    XTestKeyboardPoster poster;
+    X11AccessibilityProbe probe;
+    TextInjector injector(poster, probe);
+    const std::string first = mixedSampleText(500);
+    const std::string second = mixedSampleText(2000);
+    ASSERT_TRUE(injector.insert(first));
+    Display* user = XOpenDisplay(display.name().c_str());
+    ASSERT_NE(user, nullptr);
+    const KeyCode control = XKeysymToKeycode(user, XK_Control_L);
+    XkbLockModifiers(user, XkbUseCoreKbd, LockMask, LockMask);
+    XTestFakeKeyEvent(user, control, True, CurrentTime);
+    XSync(user, False);
+    ASSERT_TRUE(injector.insert(second));
+    const std::string expected = withTypedLineEnds(first + second);
+    EXPECT_EQ(received(expected.size()), expected);
+    XkbStateRec state{};
+    XkbGetState(user, XkbUseCoreKbd, &state);
+    EXPECT_NE(state.locked_mods & LockMask, 0U) << "Caps Lock was not put back";
+    EXPECT_NE(state.base_mods & ControlMask, 0U) << "the held Control key was not put back";
+    XTestFakeKeyEvent(user, control, False, CurrentTime);
+    XkbLockModifiers(user, XkbUseCoreKbd, LockMask, 0);
+    XCloseDisplay(user);
+}
+
 std::vector<KeySym> keyboardMapping(Display* connection) {
     int minKeycode = 0;
     int maxKeycode = 0;
