@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <functional>
 #include <thread>
 #include <utility>
 
@@ -65,6 +66,21 @@ void setTwoLevelSymbols(XkbDescPtr desc, unsigned keycode, std::pair<unsigned lo
     map.kt_index[0] = XkbTwoLevelIndex;
     map.group_info = static_cast<unsigned char>(XkbSetGroupInfo(1, XkbWrapIntoRange, 0));
     map.width = 2;
+}
+
+void copyKeySymbols(XkbDescPtr from, XkbDescPtr to, unsigned keycode) {
+    const auto key = static_cast<int>(keycode);
+    const int count = XkbKeyNumSyms(from, key);
+    KeySym* written = XkbResizeKeySyms(to, key, count);
+    if (written == nullptr) {
+        return;
+    }
+    std::copy_n(XkbKeySymsPtr(from, key), count, written);
+    const XkbSymMapRec& original = from->map->key_sym_map[keycode];
+    XkbSymMapRec& map = to->map->key_sym_map[keycode];
+    std::copy_n(original.kt_index, XkbNumKbdGroups, map.kt_index);
+    map.group_info = original.group_info;
+    map.width = original.width;
 }
 
 bool sameSymbols(XkbDescPtr left, XkbDescPtr right) {
@@ -653,14 +669,33 @@ std::optional<std::pair<unsigned long, unsigned long>> X11KeyboardSession::bound
 // keycodes between them go back as the server has them now. A bound keycode gets one group of the two-level
 // type, so Shift alone picks its second character and every layout group reads the same two.
 bool X11KeyboardSession::bindSpareKeycodes(const std::vector<unsigned>& keycodes) {
+    return changeKeySymbols(keycodes, [this](XkbDescPtr desc, unsigned keycode) {
+        if (const auto bound = boundSymbols(keycode)) {
+            setTwoLevelSymbols(desc, keycode, *bound);
+        }
+    });
+}
+
+// Gives `keycodes` back the symbols and key types they had when the keymap was read, in one request as well.
+bool X11KeyboardSession::restoreOriginalSymbols(const std::vector<unsigned>& keycodes) {
+    return changeKeySymbols(
+        keycodes, [this](XkbDescPtr desc, unsigned keycode) { copyKeySymbols(keymap->description(), desc, keycode); });
+}
+
+// One XKB request covering every keycode from the first of `keycodes` to the last: `write` sets the symbols
+// of each of `keycodes` in the server's current description; the others are sent back as they are.
+bool X11KeyboardSession::changeKeySymbols(std::vector<unsigned> keycodes,
+                                          const std::function<void(XkbDescPtr, unsigned)>& write) {
+    if (keycodes.empty()) {
+        return true;
+    }
+    std::sort(keycodes.begin(), keycodes.end());
     XkbDescPtr desc = XkbGetMap(display, XkbKeyTypesMask | XkbKeySymsMask, XkbUseCoreKbd);
     if (desc == nullptr) {
         return false;
     }
     for (const unsigned keycode : keycodes) {
-        if (const auto bound = boundSymbols(keycode)) {
-            setTwoLevelSymbols(desc, keycode, *bound);
-        }
+        write(desc, keycode);
     }
     XkbMapChangesRec changes{};
     changes.changed = XkbKeySymsMask;
@@ -706,9 +741,13 @@ void X11KeyboardSession::restoreSpareKeycodes() {
     if (display == nullptr || !pool || !pool->hasBindings()) {
         return;
     }
+    // A layout changed meanwhile gets back only what it still has of ours, from its own symbols.
+    if (keymapChangedElsewhere() && (!followKeymapChange() || !pool->hasBindings())) {
+        return;
+    }
     const auto keycodes = pool->boundKeycodes();
     pool->forgetBindings();
-    writeSpareKeycodes(keycodes);
+    restoreOriginalSymbols(keycodes);
     discardOwnNotifications();
 }
 

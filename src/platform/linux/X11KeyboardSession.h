@@ -4,10 +4,12 @@
 #include "SpareKeycodePool.h"
 #include "X11Keymap.h"
 
+#include <X11/XKBlib.h>
 #include <X11/Xlib.h>
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <optional>
 #include <string_view>
 #include <unordered_set>
@@ -106,6 +108,8 @@ private:
                        std::unordered_set<unsigned long>& bound);
     bool applyBindings(const std::vector<unsigned>& keycodes);
     bool bindSpareKeycodes(const std::vector<unsigned>& keycodes);
+    bool restoreOriginalSymbols(const std::vector<unsigned>& keycodes);
+    bool changeKeySymbols(std::vector<unsigned> keycodes, const std::function<void(XkbDescPtr, unsigned)>& write);
     int currentGroup();
     bool pressKeys(std::u32string_view text, std::size_t& position, int group);
     bool writeSpareKeycodes(std::vector<unsigned> keycodes);

@@ -40,6 +40,8 @@ public:
     // Keycodes the modifier map lists for Shift, Control, Mod1..Mod5 (not Lock).
     const std::unordered_set<unsigned>& heldModifierKeycodes() const { return modifierKeycodes; }
     std::optional<unsigned> shiftKeycode() const { return shift; }
+    // The key types, symbols and actions as read (owned by this keymap).
+    XkbDescPtr description() const { return xkb.get(); }
 
 private:
     struct XkbDescDeleter {
