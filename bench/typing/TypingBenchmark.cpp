@@ -3,8 +3,10 @@
 // X servers that have just started: mixed text, text of many scripts, and Chinese with about 800 distinct
 // ideographs, into a fast window and into one that takes 5 ms per key. Prints for each: characters per second
 // to the moment the text is complete in the window (and to the moment the typer exits), wrong or missing
-// characters, and the speed relative to xdotool. Run by hand; never part of the test run's verdict.
+// characters, the keymap changes the X server announced (each makes every Qt window reload its keymap), and
+// the speed relative to xdotool. Run by hand; never part of the test run's verdict.
 #include "HelperProcess.h"
+#include "KeymapChangeCounter.h"
 #include "MixedSampleText.h"
 #include "ReceivedText.h"
 #include "TempFolder.h"
@@ -74,6 +76,7 @@ struct Outcome {
     double endToEndSeconds = 0;
     std::size_t wrongOrMissing = 0;
     std::size_t extra = 0;
+    std::size_t keymapChanges = 0; // each one makes every Qt window reload its whole keymap
 };
 
 // A receiving window: its program and the arguments after the output file (milliseconds per key, ...).
@@ -92,6 +95,7 @@ Outcome run(const std::vector<std::string>& typer, const std::string& text, cons
         throw std::runtime_error("the receiver did not take the focus");
     }
     const std::string expected = withTypedLineEnds(text);
+    KeymapChangeCounter keymapChanges;
     const auto started = Clock::now();
     HelperProcess typing(typer, {}, text);
     std::optional<int> status;
@@ -126,17 +130,17 @@ Outcome run(const std::vector<std::string>& typer, const std::string& text, cons
     const std::size_t common = commonLength(sent, got);
     return Outcome{std::chrono::duration<double>(typed - started).count(),
                    std::chrono::duration<double>(lastGrowth - started).count(), sent.size() - common,
-                   got.size() - common};
+                   got.size() - common, keymapChanges.count()};
 }
 
 void print(const std::string& name, std::size_t characters, const Outcome& outcome, double reference) {
     // Speed is measured to the moment the receiving client had the last character; the typer's own speed beside.
     const double speed = static_cast<double>(characters) / outcome.endToEndSeconds;
     std::printf("%-46s %7.0f chars/s to complete (%6.2f s; typer done after %6.2f s: %7.0f chars/s)  "
-                "wrong or missing: %5zu  extra: %5zu  x%.1f xdotool\n",
+                "wrong or missing: %5zu  extra: %5zu  keymap changes: %4zu  x%.1f xdotool\n",
                 name.c_str(), speed, outcome.endToEndSeconds, outcome.typerSeconds,
                 static_cast<double>(characters) / outcome.typerSeconds, outcome.wrongOrMissing, outcome.extra,
-                reference > 0 ? speed / reference : 0.0);
+                outcome.keymapChanges, reference > 0 ? speed / reference : 0.0);
     std::fflush(stdout);
 }
 

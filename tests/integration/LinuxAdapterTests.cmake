@@ -7,9 +7,10 @@ add_library(keyferry_linux_test_support STATIC
     ${CMAKE_CURRENT_LIST_DIR}/MixedSampleText.cpp
     ${CMAKE_CURRENT_LIST_DIR}/ReceivedText.cpp
     ${CMAKE_CURRENT_LIST_DIR}/PrivateSessionBus.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/KeymapChangeCounter.cpp
 )
 target_include_directories(keyferry_linux_test_support PUBLIC ${CMAKE_CURRENT_LIST_DIR})
-target_link_libraries(keyferry_linux_test_support PUBLIC keyferry_test_support)
+target_link_libraries(keyferry_linux_test_support PUBLIC keyferry_test_support PRIVATE PkgConfig::KEYFERRY_X11)
 keyferry_compile_options(keyferry_linux_test_support)
 
 add_executable(keyferry-xlib-receiver ${CMAKE_CURRENT_LIST_DIR}/XlibTextReceiver.cpp)

@@ -1,10 +1,12 @@
 // Typing through TextInjector and the XTest poster into real X clients on a private Xvfb: the bytes a
 // client records must be exactly the bytes sent, line ends as typed.
 #include "HelperProcess.h"
+#include "KeymapChangeCounter.h"
 #include "MixedSampleText.h"
 #include "ReceivedText.h"
 #include "TempFolder.h"
 #include "TextInjector.h"
+#include "Utf16.h"
 #include "Wait.h"
 #include "X11AccessibilityProbe.h"
 #include "XTestKeyboardPoster.h"
@@ -103,6 +105,28 @@ TEST_F(XTestTypingTest, TextWithMoreCharactersThanSpareKeycodesArrivesExactly) {
 }
 
 // Another layout (German: y and z swapped, umlauts on their own keys), chosen before and while typing.
+// Qt windows fetch and compile their whole keymap on every change: the characters of a text that fit in the
+// spare places are bound in one request, wherever the spare keycodes lie (the server reports a request for
+// every keyboard once more on the core keyboard: two notifications), typing it changes nothing more, and
+// giving the keycodes back is one request too.
+TEST_F(XTestTypingTest, BindsAndGivesBackTheCharactersOfATextInOneKeymapChangeEach) {
+    startReceiver(KEYFERRY_QT_RECEIVER, 0);
+    KeymapChangeCounter changes;
+    const std::string text = chineseSampleText(600, 150);
+    std::size_t announced = 0;
+    {
+        XTestKeyboardPoster poster;
+        poster.prepare(utf16FromUtf8(text));
+        announced = changes.count();
+        EXPECT_GE(announced, 1U);
+        EXPECT_LE(announced, 2U);
+        expectTypedExactly(text, poster);
+        EXPECT_EQ(changes.count(), announced);
+    }
+    EXPECT_GE(changes.count(), announced + 1) << "the keycodes were not given back";
+    EXPECT_LE(changes.count(), announced + 2);
+}
+
 TEST_F(XTestTypingTest, FollowsTheLayoutInUseAndItsChanges) {
     startReceiver(KEYFERRY_QT_RECEIVER, 0);
     XTestKeyboardPoster poster;
@@ -195,6 +219,34 @@ TEST_F(UserModifiersTest, QtWidgetReceivesExactTextWithCapsLockAndControlHeld) {
     XTestKeyboardPoster poster;
     expectTypedExactly(mixedSampleText(sampleCharacters), poster);
     expectModifiersStillActive();
+}
+
+// The keyboard state is asked for again only when the server reports a change: Caps Lock and Control that the
+// user takes between two texts are still cleared for the second one, and put back after it.
+TEST_F(XTestTypingTest, ModifiersTakenBetweenTextsNeitherChangeTheNextTextNorAreLost) {
+    startReceiver(KEYFERRY_QT_RECEIVER, 0);
+    XTestKeyboardPoster poster;
+    X11AccessibilityProbe probe;
+    TextInjector injector(poster, probe);
+    const std::string first = mixedSampleText(500);
+    const std::string second = mixedSampleText(2000);
+    ASSERT_TRUE(injector.insert(first));
+    Display* user = XOpenDisplay(display.name().c_str());
+    ASSERT_NE(user, nullptr);
+    const KeyCode control = XKeysymToKeycode(user, XK_Control_L);
+    XkbLockModifiers(user, XkbUseCoreKbd, LockMask, LockMask);
+    XTestFakeKeyEvent(user, control, True, CurrentTime);
+    XSync(user, False);
+    ASSERT_TRUE(injector.insert(second));
+    const std::string expected = withTypedLineEnds(first + second);
+    EXPECT_EQ(received(expected.size()), expected);
+    XkbStateRec state{};
+    XkbGetState(user, XkbUseCoreKbd, &state);
+    EXPECT_NE(state.locked_mods & LockMask, 0U) << "Caps Lock was not put back";
+    EXPECT_NE(state.base_mods & ControlMask, 0U) << "the held Control key was not put back";
+    XTestFakeKeyEvent(user, control, False, CurrentTime);
+    XkbLockModifiers(user, XkbUseCoreKbd, LockMask, 0);
+    XCloseDisplay(user);
 }
 
 std::vector<KeySym> keyboardMapping(Display* connection) {

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <functional>
 #include <thread>
 #include <utility>
 
@@ -51,6 +52,35 @@ std::optional<int> xtestKeyboard(Display* display) {
     }
     XIFreeDeviceInfo(devices);
     return found;
+}
+
+void setTwoLevelSymbols(XkbDescPtr desc, unsigned keycode, std::pair<unsigned long, unsigned long> symbols) {
+    // Room for two symbols first, while the key's old size still says how much it has.
+    KeySym* written = XkbResizeKeySyms(desc, static_cast<int>(keycode), 2);
+    if (written == nullptr) {
+        return;
+    }
+    written[0] = symbols.first;
+    written[1] = symbols.second;
+    XkbSymMapRec& map = desc->map->key_sym_map[keycode];
+    map.kt_index[0] = XkbTwoLevelIndex;
+    map.group_info = static_cast<unsigned char>(XkbSetGroupInfo(1, XkbWrapIntoRange, 0));
+    map.width = 2;
+}
+
+void copyKeySymbols(XkbDescPtr from, XkbDescPtr to, unsigned keycode) {
+    const auto key = static_cast<int>(keycode);
+    const int count = XkbKeyNumSyms(from, key);
+    KeySym* written = XkbResizeKeySyms(to, key, count);
+    if (written == nullptr) {
+        return;
+    }
+    std::copy_n(XkbKeySymsPtr(from, key), count, written);
+    const XkbSymMapRec& original = from->map->key_sym_map[keycode];
+    XkbSymMapRec& map = to->map->key_sym_map[keycode];
+    std::copy_n(original.kt_index, XkbNumKbdGroups, map.kt_index);
+    map.group_info = original.group_info;
+    map.width = original.width;
 }
 
 bool sameSymbols(XkbDescPtr left, XkbDescPtr right) {
@@ -109,6 +139,10 @@ bool X11KeyboardSession::connect() {
     }
     const unsigned long mapEvents = XkbNewKeyboardNotifyMask | XkbMapNotifyMask;
     XkbSelectEvents(display, XkbUseCoreKbd, mapEvents, mapEvents);
+    // Every change of the modifiers or the group is reported, so that they are asked for only after one.
+    const unsigned long stateParts = XkbModifierStateMask | XkbGroupStateMask;
+    XkbSelectEventDetails(display, XkbUseCoreKbd, XkbStateNotify, stateParts, stateParts);
+    numLockMask = XkbKeysymToModifiers(display, XK_Num_Lock);
     ping.emplace(display);
     matchTestDeviceKeymap();
     if (!loadKeymap()) {
@@ -128,6 +162,8 @@ void X11KeyboardSession::disconnect() {
     ping.reset();
     typedInto.reset();
     typedIntoSeveral = false;
+    watchedFocus.reset();
+    knownState.reset();
 }
 
 // XTest events come from their own slave device, and the server switches the core keyboard to that device's
@@ -176,12 +212,17 @@ bool X11KeyboardSession::loadKeymap() {
 }
 
 bool X11KeyboardSession::keymapChangedElsewhere() {
+    readPendingEvents();
+    return std::exchange(keymapEventSeen, false);
+}
+
+// Reads the events that have arrived, without a round trip.
+void X11KeyboardSession::readPendingEvents() {
     while (XPending(display) > 0) {
         XEvent event;
         XNextEvent(display, &event);
         noteEvent(event);
     }
-    return std::exchange(keymapEventSeen, false);
 }
 
 void X11KeyboardSession::noteEvent(const XEvent& event) {
@@ -189,10 +230,31 @@ void X11KeyboardSession::noteEvent(const XEvent& event) {
         confirmRead(keysAsked);
     } else if (event.type == MappingNotify) {
         keymapEventSeen = true;
+    } else if ((event.type == FocusIn || event.type == FocusOut) && watchedFocus &&
+               event.xfocus.window == watchedFocus->window) {
+        watchedFocus.reset();
     } else if (event.type == xkbEventBase) {
         const int kind = reinterpret_cast<const XkbEvent*>(&event)->any.xkb_type;
         keymapEventSeen = keymapEventSeen || kind == XkbMapNotify || kind == XkbNewKeyboardNotify;
+        noteState(event);
     }
+}
+
+// Every state notification carries the whole state after the change, so the last one read tells the state
+// as of the last round trip: the Shift presses of the text itself come and go, and a modifier the user holds
+// or locks shows.
+void X11KeyboardSession::noteState(const XEvent& event) {
+    const auto& any = reinterpret_cast<const XkbEvent*>(&event)->any;
+    if (event.type == xkbEventBase && any.xkb_type == XkbStateNotify) {
+        const auto& state = reinterpret_cast<const XkbEvent*>(&event)->state;
+        knownState = KnownState{isClear(state.base_mods, state.latched_mods, state.locked_mods), state.group};
+    }
+}
+
+// No modifier held or latched, and no lock but Num Lock, which changes only the keypad (typing never uses it);
+// any other (Caps Lock first) would change the case or level of the keys typed.
+bool X11KeyboardSession::isClear(unsigned baseMods, unsigned latchedMods, unsigned lockedMods) const {
+    return baseMods == 0 && latchedMods == 0 && (lockedMods & ~numLockMask) == 0;
 }
 
 // The server also reports a new keyboard when the XTest device sends its first key after another keyboard:
@@ -262,6 +324,7 @@ void X11KeyboardSession::discardOwnNotifications() {
         if (ping && ping->answers(event)) {
             confirmRead(keysAsked);
         }
+        noteState(event);
     }
 }
 
@@ -275,6 +338,7 @@ bool X11KeyboardSession::type(std::u32string_view text) {
     }
     const ModifierState modifiers = clearModifiers();
     const std::u32string_view ahead = textAhead(text);
+    textGoesOn = ahead.size() > text.size() && modifiers.heldKeycodes.empty() && modifiers.lockedMods == 0;
     std::size_t position = 0;
     bool typed = true;
     while (typed && position < text.size()) {
@@ -285,8 +349,9 @@ bool X11KeyboardSession::type(std::u32string_view text) {
     } else {
         announced.clear();
     }
-    restoreModifiers(modifiers);
-    XSync(display, False);
+    if (restoreModifiers(modifiers)) {
+        XSync(display, False);
+    }
     return typed && !connectionLost.load() && xlibProtocolErrors() == errorsBefore;
 }
 
@@ -368,7 +433,7 @@ bool X11KeyboardSession::bindFor(std::u32string_view remaining, int group) {
     }
     const auto freeAt = placesFreeAt(needed.size(), bound);
     auto keycodes = pool->bind(needed, bound, freeAt);
-    return !keycodes.empty() && applyBindings(std::move(keycodes));
+    return !keycodes.empty() && applyBindings(keycodes);
 }
 
 // The moment at which places count as free for binding `count` characters, after waiting when too few are.
@@ -432,6 +497,30 @@ void X11KeyboardSession::confirmRead(std::size_t keys) {
     }
 }
 
+// The window the keys just sent went to. Asked with a round trip (which also lets the server's answers to
+// every request so far arrive) at the end of a text, every few pieces, and whenever the focus may have moved;
+// between those, the pieces of one text go out without waiting, as long as the window asked about last
+// reports no focus change. Its focus changes are watched from the first answer on and trusted from the
+// second, which arrives after the server has started reporting them.
+Window X11KeyboardSession::focusOfKeys() {
+    constexpr int piecesBetweenRoundTrips = 8;
+    readPendingEvents();
+    if (textGoesOn && watchedFocus && watchedFocus->confirmed && ++watchedFocus->piecesSent < piecesBetweenRoundTrips) {
+        XFlush(display);
+        return watchedFocus->window;
+    }
+    const Window focus = ping->focusedWindow();
+    readPendingEvents();
+    if (watchedFocus && watchedFocus->window == focus) {
+        watchedFocus->confirmed = true;
+        watchedFocus->piecesSent = 0;
+    } else if (focus != None && focus != PointerRoot) {
+        XSelectInput(display, focus, FocusChangeMask);
+        watchedFocus = WatchedFocus{focus};
+    }
+    return focus;
+}
+
 void X11KeyboardSession::noteFocus(Window focus) {
     if (typedInto && *typedInto != focus) {
         typedIntoSeveral = true;
@@ -444,11 +533,11 @@ void X11KeyboardSession::noteFocus(Window focus) {
     }
 }
 
-bool X11KeyboardSession::applyBindings(std::vector<unsigned> keycodes) {
+bool X11KeyboardSession::applyBindings(const std::vector<unsigned>& keycodes) {
     if (keycodes.empty()) {
         return true;
     }
-    if (!writeSpareKeycodes(std::move(keycodes))) {
+    if (!bindSpareKeycodes(keycodes)) {
         return false;
     }
     discardOwnNotifications();
@@ -497,24 +586,27 @@ bool X11KeyboardSession::pressKeys(std::u32string_view text, std::size_t& positi
     if (shiftDown) {
         XTestFakeKeyEvent(display, *shiftKeycode, False, CurrentTime);
     }
-    // A round trip, as XSync, that also tells which window the keys went to.
-    noteFocus(ping->focusedWindow());
+    noteFocus(focusOfKeys());
     askFocusedClient();
     sentAt = std::chrono::steady_clock::now();
     return !connectionLost.load();
 }
 
+// The user's modifiers are released for the piece typed; when the notifications read since the last round
+// trip show none, the server is not asked again.
 X11KeyboardSession::ModifierState X11KeyboardSession::clearModifiers() {
     ModifierState state;
+    if (knownState && knownState->clear) {
+        state.group = knownState->group;
+        return state;
+    }
     XkbStateRec current{};
     if (XkbGetState(display, XkbUseCoreKbd, &current) != Success) {
         return state;
     }
     state.group = current.group;
-    // Num Lock changes only the keypad, which typing never uses; every other lock (Caps Lock first) would
-    // change the case or level of the keys typed.
-    const unsigned numLock = XkbKeysymToModifiers(display, XK_Num_Lock);
-    state.lockedMods = current.locked_mods & ~numLock;
+    knownState = KnownState{isClear(current.base_mods, current.latched_mods, current.locked_mods), current.group};
+    state.lockedMods = current.locked_mods & ~numLockMask;
     if (state.lockedMods != 0) {
         XkbLockModifiers(display, XkbUseCoreKbd, state.lockedMods, 0);
     }
@@ -535,31 +627,83 @@ X11KeyboardSession::ModifierState X11KeyboardSession::clearModifiers() {
     return state;
 }
 
-void X11KeyboardSession::restoreModifiers(const ModifierState& state) {
+// Puts the user's modifiers back; false when there were none to put back (nothing was sent).
+bool X11KeyboardSession::restoreModifiers(const ModifierState& state) {
     for (const unsigned keycode : state.heldKeycodes) {
         XTestFakeKeyEvent(display, keycode, True, CurrentTime);
     }
     if (state.lockedMods != 0) {
         XkbLockModifiers(display, XkbUseCoreKbd, state.lockedMods, state.lockedMods);
     }
+    return !state.heldKeycodes.empty() || state.lockedMods != 0;
 }
 
 // A borrowed keycode carries its plain character on every first level and its shifted one on every second
 // level, in every group: the layout group cannot change them, and a level not in use repeats the other one (a
 // single symbol would be read as a lower/upper-case pair). Keycodes given back get their original symbols.
 std::vector<unsigned long> X11KeyboardSession::intendedSymbols(unsigned keycode) const {
+    const auto bound = boundSymbols(keycode);
+    if (!bound) {
+        return keymap->originalSymbols(keycode);
+    }
+    std::vector<unsigned long> symbols;
+    for (int column = 0; column < keymap->symbolsPerKeycode(); ++column) {
+        symbols.push_back(column % 2 == 0 ? bound->first : bound->second);
+    }
+    return symbols;
+}
+
+// The plain and shifted characters a borrowed keycode carries (one repeats the other when only one is bound).
+std::optional<std::pair<unsigned long, unsigned long>> X11KeyboardSession::boundSymbols(unsigned keycode) const {
     const auto plain = pool->keysymOn({keycode, 0});
     const auto shifted = pool->keysymOn({keycode, 1});
     if (!plain && !shifted) {
-        return keymap->originalSymbols(keycode);
+        return std::nullopt;
     }
     const unsigned long first = plain.value_or(*shifted);
-    const unsigned long second = shifted.value_or(first);
-    std::vector<unsigned long> symbols;
-    for (int column = 0; column < keymap->symbolsPerKeycode(); ++column) {
-        symbols.push_back(column % 2 == 0 ? first : second);
+    return std::pair(first, shifted.value_or(first));
+}
+
+// Binds `keycodes` (sorted) in one XKB request spanning them all: every request is a keymap change that each
+// Qt window answers by fetching and compiling its whole keymap, and the spare keycodes lie in many runs. The
+// keycodes between them go back as the server has them now. A bound keycode gets one group of the two-level
+// type, so Shift alone picks its second character and every layout group reads the same two.
+bool X11KeyboardSession::bindSpareKeycodes(const std::vector<unsigned>& keycodes) {
+    return changeKeySymbols(keycodes, [this](XkbDescPtr desc, unsigned keycode) {
+        if (const auto bound = boundSymbols(keycode)) {
+            setTwoLevelSymbols(desc, keycode, *bound);
+        }
+    });
+}
+
+// Gives `keycodes` back the symbols and key types they had when the keymap was read, in one request as well.
+bool X11KeyboardSession::restoreOriginalSymbols(const std::vector<unsigned>& keycodes) {
+    return changeKeySymbols(
+        keycodes, [this](XkbDescPtr desc, unsigned keycode) { copyKeySymbols(keymap->description(), desc, keycode); });
+}
+
+// One XKB request covering every keycode from the first of `keycodes` to the last: `write` sets the symbols
+// of each of `keycodes` in the server's current description; the others are sent back as they are.
+bool X11KeyboardSession::changeKeySymbols(std::vector<unsigned> keycodes,
+                                          const std::function<void(XkbDescPtr, unsigned)>& write) {
+    if (keycodes.empty()) {
+        return true;
     }
-    return symbols;
+    std::sort(keycodes.begin(), keycodes.end());
+    XkbDescPtr desc = XkbGetMap(display, XkbKeyTypesMask | XkbKeySymsMask, XkbUseCoreKbd);
+    if (desc == nullptr) {
+        return false;
+    }
+    for (const unsigned keycode : keycodes) {
+        write(desc, keycode);
+    }
+    XkbMapChangesRec changes{};
+    changes.changed = XkbKeySymsMask;
+    changes.first_key_sym = static_cast<KeyCode>(keycodes.front());
+    changes.num_key_syms = static_cast<unsigned char>(keycodes.back() - keycodes.front() + 1);
+    const bool sent = XkbChangeMap(display, desc, &changes) == True;
+    XkbFreeKeyboard(desc, 0, True);
+    return sent && !connectionLost.load();
 }
 
 // Writes the intended symbols of `keycodes` in as few requests as possible: one per run of spare keycodes,
@@ -597,9 +741,13 @@ void X11KeyboardSession::restoreSpareKeycodes() {
     if (display == nullptr || !pool || !pool->hasBindings()) {
         return;
     }
+    // A layout changed meanwhile gets back only what it still has of ours, from its own symbols.
+    if (keymapChangedElsewhere() && (!followKeymapChange() || !pool->hasBindings())) {
+        return;
+    }
     const auto keycodes = pool->boundKeycodes();
     pool->forgetBindings();
-    writeSpareKeycodes(keycodes);
+    restoreOriginalSymbols(keycodes);
     discardOwnNotifications();
 }
 

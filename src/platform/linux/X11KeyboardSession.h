@@ -4,13 +4,16 @@
 #include "SpareKeycodePool.h"
 #include "X11Keymap.h"
 
+#include <X11/XKBlib.h>
 #include <X11/Xlib.h>
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <optional>
 #include <string_view>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 namespace keyferry {
@@ -37,7 +40,9 @@ public:
     X11KeyboardSession& operator=(const X11KeyboardSession&) = delete;
 
     // Types the characters as key presses in order; false when no X display with XTest is reachable or the
-    // server refused a request (what was typed before stays typed).
+    // server refused a request (what was typed before stays typed). A piece followed by more of the announced
+    // text is sent without waiting for the server, so a request it has refused fails a later piece of that
+    // text at the latest its last one, which waits.
     bool type(std::u32string_view text);
 
     // Binds what `text` needs to places free now, without waiting for any; the rest is bound while typing.
@@ -77,8 +82,18 @@ private:
     void giveBackBindingsStillInPlace(const X11Keymap& current);
     void discardOwnNotifications();
 
+    // Whether the keyboard had no modifier to clear, and its group, as last reported.
+    struct KnownState {
+        bool clear = false;
+        int group = 0;
+    };
+
     ModifierState clearModifiers();
-    void restoreModifiers(const ModifierState& state);
+    bool restoreModifiers(const ModifierState& state);
+    void noteState(const XEvent& event);
+    void readPendingEvents();
+    Window focusOfKeys();
+    bool isClear(unsigned baseMods, unsigned latchedMods, unsigned lockedMods) const;
 
     std::u32string_view textAhead(std::u32string_view text) const;
     bool typePrefix(std::u32string_view text, std::u32string_view ahead, std::size_t& position, int group);
@@ -91,11 +106,15 @@ private:
     void noteFocus(Window focus);
     void collectNeeded(std::u32string_view text, int group, std::vector<unsigned long>& needed,
                        std::unordered_set<unsigned long>& bound);
-    bool applyBindings(std::vector<unsigned> keycodes);
+    bool applyBindings(const std::vector<unsigned>& keycodes);
+    bool bindSpareKeycodes(const std::vector<unsigned>& keycodes);
+    bool restoreOriginalSymbols(const std::vector<unsigned>& keycodes);
+    bool changeKeySymbols(std::vector<unsigned> keycodes, const std::function<void(XkbDescPtr, unsigned)>& write);
     int currentGroup();
     bool pressKeys(std::u32string_view text, std::size_t& position, int group);
     bool writeSpareKeycodes(std::vector<unsigned> keycodes);
     std::vector<unsigned long> intendedSymbols(unsigned keycode) const;
+    std::optional<std::pair<unsigned long, unsigned long>> boundSymbols(unsigned keycode) const;
     std::optional<KeyStroke> strokeFor(char32_t character, int group);
 
     Timing timing;
@@ -106,6 +125,17 @@ private:
     std::optional<SpareKeycodePool> pool;
     std::optional<FocusedClientPing> ping;
     bool keymapEventSeen = false;
+    unsigned numLockMask = 0;
+    std::optional<KnownState> knownState;
+    // The focused window whose focus changes are reported to this connection, since when, and how many pieces
+    // went to it since the last round trip.
+    struct WatchedFocus {
+        Window window = 0;
+        bool confirmed = false;
+        int piecesSent = 0;
+    };
+    std::optional<WatchedFocus> watchedFocus;
+    bool textGoesOn = false; // the piece being typed is followed by more of the announced text
     // The windows keys went to since their client last confirmed reading them (a ping answers for one client).
     std::optional<Window> typedInto;
     bool typedIntoSeveral = false;

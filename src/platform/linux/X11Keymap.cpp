@@ -34,7 +34,7 @@ std::optional<X11Keymap> X11Keymap::load(Display* display) {
     }
     XFree(raw);
 
-    XkbDescPtr desc = XkbGetMap(display, XkbKeyTypesMask | XkbKeySymsMask, XkbUseCoreKbd);
+    XkbDescPtr desc = XkbGetMap(display, XkbKeyTypesMask | XkbKeySymsMask | XkbKeyActionsMask, XkbUseCoreKbd);
     if (desc == nullptr) {
         return std::nullopt;
     }
@@ -66,7 +66,10 @@ void X11Keymap::classifyKeycodes(Display* display) {
     for (int keycode = std::max(minKeycode, static_cast<int>(firstUsableKeycode)); keycode <= maxKeycode; ++keycode) {
         const auto& keysyms = symbols[static_cast<std::size_t>(keycode - minKeycode)];
         const auto code = static_cast<unsigned>(keycode);
-        if (!allModifierKeycodes.contains(code) && std::all_of(keysyms.begin(), keysyms.end(), isVendorOrNoSymbol)) {
+        // A keycode with actions would run them with the characters it is bound to: the binding changes only
+        // its symbols.
+        if (!allModifierKeycodes.contains(code) && !XkbKeyHasActions(xkb.get(), keycode) &&
+            std::all_of(keysyms.begin(), keysyms.end(), isVendorOrNoSymbol)) {
             spares.push_back(code);
         }
     }

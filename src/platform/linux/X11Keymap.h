@@ -30,7 +30,7 @@ public:
     std::optional<KeyStroke> strokeFor(unsigned long keysym, int group);
 
     // Keycodes free to borrow: not a modifier, and carrying no keysym or only vendor function keysyms
-    // (media and launcher keys), which typing never needs while it runs.
+    // (media and launcher keys) and no key action, which typing never needs while it runs.
     const std::vector<unsigned>& spareKeycodes() const { return spares; }
     const std::vector<unsigned long>& originalSymbols(unsigned keycode) const;
     int symbolsPerKeycode() const { return perKeycode; }
@@ -40,6 +40,8 @@ public:
     // Keycodes the modifier map lists for Shift, Control, Mod1..Mod5 (not Lock).
     const std::unordered_set<unsigned>& heldModifierKeycodes() const { return modifierKeycodes; }
     std::optional<unsigned> shiftKeycode() const { return shift; }
+    // The key types, symbols and actions as read (owned by this keymap).
+    XkbDescPtr description() const { return xkb.get(); }
 
 private:
     struct XkbDescDeleter {

@@ -18,8 +18,9 @@ class X11KeyboardSession;
 // Characters the current layout has are typed with their own keys (with Shift where the layout needs it).
 // Every other character is bound to a place on a spare keycode (a keycode with no symbol, or only a
 // media/launcher symbol; each holds two characters, one typed plain and one with Shift): the bindings are
-// made in as few keymap requests as possible, for the characters of the text ahead as far as the places go,
-// followed by a short settle so clients see the new keymap before the keys. Bindings stay as a
+// made in one keymap request for the characters of the text ahead as far as the places go (each keymap change
+// makes every Qt window compile its whole keymap again), followed by a short settle so clients see the new
+// keymap before the keys. Bindings stay as a
 // least-recently-used cache. A client translates a key with the keymap it holds when it processes the event,
 // possibly long after it was sent, so a place is bound again only once the window's client has read its last
 // key. A client that answers the window manager's pings (_NET_WM_PING: Qt, GTK and browser windows) is asked
@@ -27,7 +28,10 @@ class X11KeyboardSession;
 // characters than places are typed at its own pace. For a client that never answers, a place is rebound only
 // `reuseGuard` after the moment a client handling one key per `slowestKeyInterval` would have read its last
 // key. Caps Lock and other locks, latched modifiers and modifier keys the user holds are released for the
-// chunk and put back after it, so the text never turns into shortcuts or changes case. The borrowed keycodes
+// chunk and put back after it, so the text never turns into shortcuts or changes case; the server is asked
+// for them only when its state notifications show a change. The chunks of one announced text go out without
+// waiting for the server, with a round trip every few chunks, at the text's end and when the focused window
+// reports a focus change. The borrowed keycodes
 // get their own symbols back `restoreAfter` after the slowest client has read the last key (from a
 // background thread), and at destruction (once the window has said it read every key, or after
 // `restoreAfter` at most for one that does not answer).
