@@ -3,6 +3,7 @@
 // it would: it keeps the sources in the private session's settings (dconf under the session's own config
 // folder) and switches mutter to the layout of the first recently used source. Text of the layout in effect
 // goes as its keys, faster than through the Unicode entry.
+#include "GtkReceiverTest.h"
 #include "HeadlessCompositor.h"
 #include "ReceivedText.h"
 
@@ -20,7 +21,7 @@ constexpr const char* nextLayoutKeysym = "fe08"; // ISO_Next_Group, on Caps Lock
 const std::string russianText = "Съешь же ещё этих мягких французских булок, да выпей чаю. 1234567890\n"
                                 "Широкая электрификация южных губерний даст мощный толчок подъёму.\n";
 
-class GnomeLayoutTypingTest : public ::testing::Test {
+class GnomeLayoutTypingTest : public GtkReceiverTest {
 protected:
     static void SetUpTestSuite() {
         mutter = std::make_unique<HeadlessCompositor>(
@@ -35,13 +36,7 @@ protected:
         mutter.reset();
     }
 
-    void SetUp() override {
-        output = mutter->file(::testing::UnitTest::GetInstance()->current_test_info()->name() + std::string(".txt"));
-        receiver = mutter->run({"python3", KEYFERRY_GTK_RECEIVER, output.string()}, {{"GDK_BACKEND", "wayland"}});
-        ASSERT_EQ(receiver->readLine(30s), std::optional<std::string>("ready")) << "no focus; " << mutter->log();
-    }
-
-    void TearDown() override { receiver.reset(); }
+    void SetUp() override { startReceiver(*mutter); }
 
     static void setSources(const std::string& key, const std::string& value) {
         auto tool = mutter->run({"gsettings", "set", "org.gnome.desktop.input-sources", key, value});
@@ -72,8 +67,6 @@ protected:
     static inline std::unique_ptr<HeadlessCompositor> mutter;
     static inline std::unique_ptr<HelperProcess> placeholder;
     static inline int layoutInEffect = 0;
-    std::unique_ptr<HelperProcess> receiver;
-    std::filesystem::path output;
 };
 
 TEST_F(GnomeLayoutTypingTest, TextOfTheSecondLayoutInEffectArrivesExactly) {

@@ -2,6 +2,7 @@
 // view on Wayland that records what it gets. A remote-desktop session that idles keeps a keyboard on the
 // seat first, as a real desktop's keyboard would. Characters of the layout arrive as their keys, the others
 // through the Unicode entry.
+#include "GtkReceiverTest.h"
 #include "HeadlessCompositor.h"
 #include "MixedSampleText.h"
 #include "ReceivedText.h"
@@ -17,7 +18,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-class GnomeTypingTest : public ::testing::Test {
+class GnomeTypingTest : public GtkReceiverTest {
 protected:
     static void SetUpTestSuite() {
         mutter = std::make_unique<HeadlessCompositor>(HeadlessCompositor::Kind::mutter);
@@ -30,13 +31,7 @@ protected:
         mutter.reset();
     }
 
-    void SetUp() override {
-        output = mutter->file(::testing::UnitTest::GetInstance()->current_test_info()->name() + std::string(".txt"));
-        receiver = mutter->run({"python3", KEYFERRY_GTK_RECEIVER, output.string()}, {{"GDK_BACKEND", "wayland"}});
-        ASSERT_EQ(receiver->readLine(30s), std::optional<std::string>("ready")) << "no focus; " << mutter->log();
-    }
-
-    void TearDown() override { receiver.reset(); }
+    void SetUp() override { startReceiver(*mutter); }
 
     // Types the text with keyferry-type, with the arguments given; the exit status.
     static int type(const std::string& text, const std::vector<std::string>& arguments = {"--backend=gnome"}) {
@@ -48,8 +43,6 @@ protected:
 
     static inline std::unique_ptr<HeadlessCompositor> mutter;
     static inline std::unique_ptr<HelperProcess> placeholder;
-    std::unique_ptr<HelperProcess> receiver;
-    std::filesystem::path output;
 };
 
 TEST_F(GnomeTypingTest, TextOfTheLayoutArrivesExactly) {

@@ -3,6 +3,7 @@
 // desktop entry made from the one Keyferry installs; the build's own keyferry-type is not. KWin has a US and a
 // Russian layout, the US one in effect unless a test switches: the two share no letter key, so without knowing
 // the layout in effect every text with a letter would be refused.
+#include "GtkReceiverTest.h"
 #include "HeadlessCompositor.h"
 #include "MixedSampleText.h"
 #include "ReceivedText.h"
@@ -18,7 +19,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-class KdeTypingTest : public ::testing::Test {
+class KdeTypingTest : public GtkReceiverTest {
 protected:
     static void SetUpTestSuite() {
         kwin = std::make_unique<HeadlessCompositor>(
@@ -29,13 +30,7 @@ protected:
 
     static void TearDownTestSuite() { kwin.reset(); }
 
-    void SetUp() override {
-        output = kwin->file(::testing::UnitTest::GetInstance()->current_test_info()->name() + std::string(".txt"));
-        receiver = kwin->run({"python3", KEYFERRY_GTK_RECEIVER, output.string()}, {{"GDK_BACKEND", "wayland"}});
-        ASSERT_EQ(receiver->readLine(30s), std::optional<std::string>("ready")) << "no focus; " << kwin->log();
-    }
-
-    void TearDown() override { receiver.reset(); }
+    void SetUp() override { startReceiver(*kwin); }
 
     // Types the text with a keyferry-type, with the arguments given; the exit status.
     static int type(const std::string& text, const std::string& tool,
@@ -49,8 +44,6 @@ protected:
     static int typeGranted(const std::string& text) { return type(text, kwin->file("keyferry-type").string()); }
 
     static inline std::unique_ptr<HeadlessCompositor> kwin;
-    std::unique_ptr<HelperProcess> receiver;
-    std::filesystem::path output;
 };
 
 TEST_F(KdeTypingTest, TextOfTheLayoutArrivesExactly) {

@@ -1,0 +1,33 @@
+#pragma once
+
+#include "HeadlessCompositor.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+namespace keyferry {
+
+// A test that types into a fresh GTK text view on Wayland for each test, under a compositor its suite shares.
+// The view takes the focus and records what it gets in `output`, a file named after the test; it is stopped
+// after the test. Test targets that use it define KEYFERRY_GTK_RECEIVER, the view's script.
+class GtkReceiverTest : public ::testing::Test {
+protected:
+    void startReceiver(HeadlessCompositor& desktop) {
+        const std::string test = ::testing::UnitTest::GetInstance()->current_test_info()->name();
+        output = desktop.file(test + ".txt");
+        receiver = desktop.run({"python3", KEYFERRY_GTK_RECEIVER, output.string()}, {{"GDK_BACKEND", "wayland"}});
+        ASSERT_EQ(receiver->readLine(std::chrono::seconds(30)), std::optional<std::string>("ready"))
+            << "no focus; " << desktop.log();
+    }
+
+    void TearDown() override { receiver.reset(); }
+
+    std::unique_ptr<HelperProcess> receiver;
+    std::filesystem::path output;
+};
+
+} // namespace keyferry
