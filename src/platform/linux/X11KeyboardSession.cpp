@@ -588,6 +588,7 @@ bool X11KeyboardSession::pressKeys(std::u32string_view text, std::size_t& positi
     }
     noteFocus(focusOfKeys());
     askFocusedClient();
+    sentAt = std::chrono::steady_clock::now();
     return !connectionLost.load();
 }
 

@@ -59,6 +59,8 @@ public:
     bool hasBindings() const;
     // When the slowest client is expected to have read the last borrowed key typed.
     std::optional<std::chrono::steady_clock::time_point> lastReadBy() const;
+    // When the last key was sent.
+    std::optional<std::chrono::steady_clock::time_point> lastSent() const { return sentAt; }
 
 private:
     // What the user's own modifiers were, so the text is typed without them and they are put back after.
@@ -142,6 +144,7 @@ private:
     std::u32string announced;
     std::size_t announcedTyped = 0;
     std::chrono::steady_clock::time_point slowestReader;
+    std::optional<std::chrono::steady_clock::time_point> sentAt;
 };
 
 } // namespace keyferry

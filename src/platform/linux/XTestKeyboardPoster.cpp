@@ -50,12 +50,12 @@ XTestKeyboardPoster::~XTestKeyboardPoster() {
     restorer.join();
     const std::lock_guard lock(mutex);
     const auto readBy = session->lastReadBy();
-    if (readBy && session->hasBindings()) {
+    const auto sent = session->lastSent();
+    if (readBy && sent && session->hasBindings()) {
         // The last keys may still be waiting in a client's queue: a client that answers pings says when it
-        // has read them; for others, the grace of a rebind after the slowest client's pace, however long
-        // that is, as a window reading them later with the user's own symbols would show other characters.
-        const auto grace = *readBy + timing.reuseGuard;
-        if (!session->awaitReading(grace + timing.restoreAfter)) {
+        // has read them; for others, the grace of a rebind, within limits.
+        const auto grace = std::min(*readBy + timing.reuseGuard, *sent + timing.restoreAfter);
+        if (!session->awaitReading(std::max(grace, *readBy) + timing.restoreAfter)) {
             std::this_thread::sleep_until(grace);
         }
     }

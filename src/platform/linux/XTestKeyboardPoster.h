@@ -31,9 +31,10 @@ class X11KeyboardSession;
 // chunk and put back after it, so the text never turns into shortcuts or changes case; the server is asked
 // for them only when its state notifications show a change. The chunks of one announced text go out without
 // waiting for the server, with a round trip every few chunks, at the text's end and when the focused window
-// reports a focus change. The borrowed keycodes get their own symbols back `restoreAfter` after the slowest
-// client has read the last key (from a background thread), and at destruction: once the window has said it
-// read every key, or, for one that does not answer, once the slowest client's pace says it has.
+// reports a focus change. The borrowed keycodes
+// get their own symbols back `restoreAfter` after the slowest client has read the last key (from a
+// background thread), and at destruction (once the window has said it read every key, or after
+// `restoreAfter` at most for one that does not answer).
 //
 // Ownership: owned by the application or a tool; opens its own X connection (DISPLAY) on first use and
 // reopens it after a loss. Thread: postKeyPair is called from one thread at a time (the service's queue);
