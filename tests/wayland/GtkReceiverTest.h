@@ -1,6 +1,8 @@
 #pragma once
 
 #include "HeadlessCompositor.h"
+#include "MixedSampleText.h"
+#include "ReceivedText.h"
 
 #include <gtest/gtest.h>
 
@@ -25,6 +27,14 @@ protected:
     }
 
     void TearDown() override { receiver.reset(); }
+
+    // Expects the whole of `text` in the view, line ends as typed; the desktop's log on a shortfall.
+    void expectReceivedWhole(const std::string& text, HeadlessCompositor& desktop) {
+        const std::string expected = withTypedLineEnds(text);
+        const std::string got = receivedText(output, expected.size(), std::chrono::seconds(3));
+        EXPECT_EQ(got.size(), expected.size()) << desktop.log();
+        EXPECT_TRUE(got == expected);
+    }
 
     std::unique_ptr<HelperProcess> receiver;
     std::filesystem::path output;

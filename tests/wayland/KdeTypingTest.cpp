@@ -90,10 +90,7 @@ TEST_F(KdeTypingTest, AGtkTextViewThatStopsReadingForAWhileStillGetsTheWholeText
         },
         3s);
     EXPECT_EQ(status, std::optional<int>(0));
-    const std::string expected = withTypedLineEnds(text);
-    const std::string got = receivedText(output, expected.size(), 3s);
-    EXPECT_EQ(got.size(), expected.size()) << kwin->log();
-    EXPECT_TRUE(got == expected);
+    expectReceivedWhole(text, *kwin);
 }
 
 // Never a silent loss: when the window reads nothing for longer than typing waits, the text fails.
