@@ -91,13 +91,16 @@ TEST_F(GnomeLayoutTypingTest, TextOfTheLayoutInEffectGoesAsItsKeysFasterThanThro
     EXPECT_LT(*asKeys, *throughEntry);
 }
 
-// The Unicode entry needs Latin letters that the Russian layout lacks: such a text is refused, never typed as
-// other letters.
-TEST_F(GnomeLayoutTypingTest, WithTheSecondLayoutInEffectATextItCannotTypeIsRefusedWholeAndNothingArrives) {
+// Latin letters are the US layout's keys and the Unicode entry uses them: both are typed with the key held that
+// puts the next layout (US) in effect while Russian stays the layout the user chose.
+TEST_F(GnomeLayoutTypingTest, WithTheSecondLayoutInEffectLatinLettersAndOtherCharactersArriveExactly) {
     useLayout(1);
-    EXPECT_FALSE(timedType("да hello"));
+    const std::string text = "да hello, World \u4e2d\u00e9\U0001F600 ещё\n";
+    ASSERT_TRUE(timedType(text));
+    EXPECT_EQ(receivedText(output, text.size(), 3s), text);
     ASSERT_TRUE(timedType("да"));
-    EXPECT_EQ(receivedText(output, std::string("да").size(), 3s), "да");
+    EXPECT_EQ(receivedText(output, text.size() + std::string("да").size(), 3s), text + "да")
+        << "the layout the user chose is still in effect";
 }
 
 } // namespace

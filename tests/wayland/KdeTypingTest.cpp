@@ -43,6 +43,13 @@ protected:
 
     static int typeGranted(const std::string& text) { return type(text, kwin->file("keyferry-type").string()); }
 
+    // Puts a layout of KWin's keymap (0: us, 1: ru) in effect, as the user's layout switcher would.
+    static int switchTo(const char* layout) {
+        auto call = kwin->run({"gdbus", "call", "--session", "-d", "org.kde.keyboard", "-o", "/Layouts", "-m",
+                               "org.kde.KeyboardLayouts.setLayout", layout});
+        return call->waitForExit(10s).value_or(-1);
+    }
+
     static inline std::unique_ptr<HeadlessCompositor> kwin;
 };
 
@@ -66,17 +73,26 @@ TEST_F(KdeTypingTest, AProgramWithoutTheDesktopEntryIsNotOfferedFakeInputAndType
 }
 
 TEST_F(KdeTypingTest, TheLayoutInEffectIsTheOneKdeSays) {
-    const auto switchTo = [](const char* layout) {
-        auto call = kwin->run({"gdbus", "call", "--session", "-d", "org.kde.keyboard", "-o", "/Layouts", "-m",
-                               "org.kde.KeyboardLayouts.setLayout", layout});
-        return call->waitForExit(10s).value_or(-1);
-    };
     ASSERT_EQ(switchTo("1"), 0);
     const std::string text = "\u041f\u0440\u0438\u0432\u0435\u0442, \u043c\u0438\u0440!\n";
     const int status = typeGranted(text);
     EXPECT_EQ(switchTo("0"), 0);
     ASSERT_EQ(status, 0);
     EXPECT_EQ(receivedText(output, text.size(), std::chrono::seconds(3)), text);
+}
+
+// Latin letters, and the Unicode entry that needs them, go through the US layout with the key held that puts
+// it in effect; Russian stays the layout the user chose.
+TEST_F(KdeTypingTest, WithRussianInEffectLatinLettersAndOtherCharactersArriveExactly) {
+    ASSERT_EQ(switchTo("1"), 0);
+    const std::string text = "\u0434\u0430 hello, World \u4e2d\u00e9\U0001F600 \u0435\u0449\u0451\n";
+    const int status = typeGranted(text);
+    const int after = typeGranted("\u0434\u0430");
+    EXPECT_EQ(switchTo("0"), 0);
+    ASSERT_EQ(status, 0);
+    ASSERT_EQ(after, 0);
+    const std::string whole = text + "\u0434\u0430";
+    EXPECT_EQ(receivedText(output, whole.size(), std::chrono::seconds(3)), whole);
 }
 
 // A window that reads nothing for a while (busy, or stopped here) gets the whole text once it reads again,

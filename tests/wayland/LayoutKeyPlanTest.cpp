@@ -51,6 +51,21 @@ std::vector<KeyStroke> strokes(const LayoutKeyPlan& plan, char32_t character) {
     return *found;
 }
 
+// The symbols a window gets for the strokes, replayed on the keymap with `layout` locked as the user left it.
+std::vector<xkb_keysym_t> replayed(const Keymap& keymap, xkb_layout_index_t layout,
+                                   const std::vector<KeyStroke>& typed) {
+    std::vector<xkb_keysym_t> keysyms;
+    for (const KeyStroke& stroke : typed) {
+        std::unique_ptr<xkb_state, decltype(&xkb_state_unref)> state(xkb_state_new(keymap.get()), &xkb_state_unref);
+        xkb_state_update_mask(state.get(), 0, 0, 0, 0, 0, layout);
+        for (const LayoutKey& modifier : stroke.modifiers) {
+            xkb_state_update_key(state.get(), modifier.keycode, XKB_KEY_DOWN);
+        }
+        keysyms.push_back(xkb_state_key_get_one_sym(state.get(), stroke.key.keycode));
+    }
+    return keysyms;
+}
+
 TEST(LayoutKeyPlan, ALayoutCharacterIsItsOwnKeyWithTheModifiersOfItsLevel) {
     const auto us = Keymap("us").plan();
     EXPECT_EQ(strokes(us, U'a'), (std::vector<KeyStroke>{{{keyA, XKB_KEY_a}, {}}}));
@@ -115,10 +130,39 @@ TEST(LayoutKeyPlan, ACharacterOutsideTheLayoutGoesThroughTheUnicodeEntry) {
     EXPECT_EQ(strokes(us, U'é').size(), 1u + 2u + 1u); // u, e9, space
 }
 
-TEST(LayoutKeyPlan, TheSameCharacterIsOnTheLayoutOfOneGroupAndEnteredInAnother) {
+TEST(LayoutKeyPlan, ACharacterOfTheNextLayoutIsItsKeyThereWithTheGroupKeyHeld) {
     const Keymap keymap("us,de");
-    EXPECT_EQ(strokes(keymap.plan(0), U'ä').size(), 4u); // u, e4, space
+    const auto umlaut = strokes(keymap.plan(0), U'ä');
+    ASSERT_EQ(umlaut.size(), 1u);
+    ASSERT_FALSE(umlaut[0].modifiers.empty());
+    EXPECT_EQ(umlaut[0].modifiers[0].keysym, XKB_KEY_Mode_switch);
+    EXPECT_EQ(replayed(keymap, 0, umlaut), std::vector<xkb_keysym_t>{XKB_KEY_adiaeresis});
+    EXPECT_EQ(replayed(keymap, 0, strokes(keymap.plan(0), U'Ä')), std::vector<xkb_keysym_t>{XKB_KEY_Adiaeresis});
     EXPECT_EQ(strokes(keymap.plan(1), U'ä').size(), 1u);
+    EXPECT_TRUE(strokes(keymap.plan(1), U'ä')[0].modifiers.empty());
+}
+
+TEST(LayoutKeyPlan, WithACyrillicLayoutInEffectLatinLettersAndTheUnicodeEntryGoThroughTheLatinLayout) {
+    const Keymap keymap("us,ru");
+    const auto russian = keymap.plan(1);
+    EXPECT_EQ(replayed(keymap, 1, strokes(russian, U'ж')), std::vector<xkb_keysym_t>{XKB_KEY_Cyrillic_zhe});
+    EXPECT_EQ(replayed(keymap, 1, strokes(russian, U'h')), std::vector<xkb_keysym_t>{XKB_KEY_h});
+    EXPECT_EQ(replayed(keymap, 1, strokes(russian, U'H')), std::vector<xkb_keysym_t>{XKB_KEY_H});
+    // 中 is U+4E2D
+    EXPECT_EQ(replayed(keymap, 1, strokes(russian, U'中')),
+              (std::vector<xkb_keysym_t>{XKB_KEY_U, XKB_KEY_4, XKB_KEY_e, XKB_KEY_2, XKB_KEY_d, XKB_KEY_space}));
+    const auto entryStart = strokes(russian, U'中').at(0);
+    EXPECT_EQ(entryStart.modifiers.at(0).keysym, XKB_KEY_Mode_switch);
+    EXPECT_EQ(entryStart.modifiers.size(), 3u); // the group key, Control, Shift
+}
+
+// Holding the group key reaches only the layout after the one in effect.
+TEST(LayoutKeyPlan, ALayoutWhoseNextLayoutIsNotLatinStillHasNoUnicodeEntry) {
+    const Keymap keymap("us,ru,gr");
+    EXPECT_FALSE(keymap.plan(1).strokesFor(U'h'));
+    EXPECT_FALSE(keymap.plan(1).strokesFor(U'中'));
+    EXPECT_EQ(replayed(keymap, 1, strokes(keymap.plan(1), U'λ')), std::vector<xkb_keysym_t>{XKB_KEY_Greek_lamda});
+    EXPECT_EQ(replayed(keymap, 2, strokes(keymap.plan(2), U'h')), std::vector<xkb_keysym_t>{XKB_KEY_h});
 }
 
 TEST(LayoutKeyPlan, WithTheLayoutUnknownOnlyWhatEveryLayoutTypesAlikeIsTypedWithItsKey) {
@@ -130,6 +174,7 @@ TEST(LayoutKeyPlan, WithTheLayoutUnknownOnlyWhatEveryLayoutTypesAlikeIsTypedWith
     EXPECT_FALSE(either.layoutStrokeFor(U'z'));
     EXPECT_FALSE(either.layoutStrokeFor(U'ä'));
     EXPECT_EQ(strokes(either, U'y').size(), 4u); // u, 7, 9, space
+    EXPECT_EQ(strokes(either, U'ä').size(), 4u) << "no layout is reached from one that is not known";
     const Keymap usRussian("us,ru");
     const auto latinOrCyrillic = LayoutKeyPlan::forEveryLayout(usRussian.get());
     EXPECT_TRUE(latinOrCyrillic.layoutStrokeFor(U'1'));

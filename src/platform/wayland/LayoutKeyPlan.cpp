@@ -57,6 +57,9 @@ bool isControl(char32_t character) {
 } // namespace
 
 LayoutKeyPlan::LayoutKeyPlan(xkb_keymap* userKeymap, xkb_layout_index_t layoutInEffect)
+    : LayoutKeyPlan(userKeymap, layoutInEffect, Reach::nextLayoutToo) {}
+
+LayoutKeyPlan::LayoutKeyPlan(xkb_keymap* userKeymap, xkb_layout_index_t layoutInEffect, Reach reach)
     : keymap(xkb_keymap_ref(userKeymap), &xkb_keymap_unref), layout(layoutInEffect) {
     unusableModifiers = modifierBit(userKeymap, XKB_MOD_NAME_CAPS) | modifierBit(userKeymap, XKB_MOD_NAME_NUM);
     findModifierKeys();
@@ -64,12 +67,17 @@ LayoutKeyPlan::LayoutKeyPlan(xkb_keymap* userKeymap, xkb_layout_index_t layoutIn
          ++keycode) {
         addKey(keycode);
     }
+    if (reach == Reach::nextLayoutToo) {
+        findNextLayout();
+    }
 }
 
+// Which layout a held group key puts in effect depends on the one in effect, so an unknown layout reaches
+// none.
 LayoutKeyPlan LayoutKeyPlan::forEveryLayout(xkb_keymap* userKeymap) {
-    LayoutKeyPlan plan(userKeymap, 0);
+    LayoutKeyPlan plan(userKeymap, 0, Reach::ownLayout);
     for (xkb_layout_index_t layout = 1; layout < xkb_keymap_num_layouts(userKeymap); ++layout) {
-        plan.keepOnlyWhatTypesTheSameAs(LayoutKeyPlan(userKeymap, layout));
+        plan.keepOnlyWhatTypesTheSameAs(LayoutKeyPlan(userKeymap, layout, Reach::ownLayout));
     }
     return plan;
 }
@@ -154,11 +162,7 @@ std::optional<std::vector<LayoutKey>> LayoutKeyPlan::modifiersFor(xkb_keycode_t 
 
 bool LayoutKeyPlan::typesWith(xkb_keycode_t keycode, const std::vector<LayoutKey>& modifiers,
                               xkb_keysym_t keysym) const {
-    State state = stateWithLayout(keymap.get(), layout);
-    for (const LayoutKey& modifier : modifiers) {
-        xkb_state_update_key(state.get(), modifier.keycode, XKB_KEY_DOWN);
-    }
-    return xkb_state_key_get_one_sym(state.get(), keycode) == keysym;
+    return keysymOf(KeyStroke{{keycode, keysym}, modifiers}, layout, std::nullopt) == keysym;
 }
 
 std::optional<KeyStroke> LayoutKeyPlan::layoutStrokeFor(char32_t character) const {
@@ -177,7 +181,65 @@ std::optional<std::vector<KeyStroke>> LayoutKeyPlan::strokesFor(char32_t charact
     if (isControl(character)) {
         return std::nullopt;
     }
-    return unicodeEntryFor(character);
+    if (nextLayout) {
+        if (auto stroke = nextLayout->layoutStrokeFor(character)) {
+            if (auto held = onNextLayout({*stroke})) {
+                return held;
+            }
+        }
+    }
+    if (auto entry = unicodeEntryFor(character)) {
+        return entry;
+    }
+    if (auto entry = nextLayout ? nextLayout->unicodeEntryFor(character) : std::nullopt) {
+        return onNextLayout(std::move(*entry));
+    }
+    return std::nullopt;
+}
+
+// The first key whose level-one symbol is Mode_switch, when holding it puts another layout in effect.
+void LayoutKeyPlan::findNextLayout() {
+    for (xkb_keycode_t keycode = xkb_keymap_min_keycode(keymap.get()); keycode <= xkb_keymap_max_keycode(keymap.get());
+         ++keycode) {
+        if (onlyKeysym(keymap.get(), keycode, layout, 0) != XKB_KEY_Mode_switch) {
+            continue;
+        }
+        State state = stateWithLayout(keymap.get(), layout);
+        xkb_state_update_key(state.get(), keycode, XKB_KEY_DOWN);
+        const xkb_layout_index_t reached = xkb_state_serialize_layout(state.get(), XKB_STATE_LAYOUT_EFFECTIVE);
+        if (reached != layout) {
+            groupKey = LayoutKey{keycode, XKB_KEY_Mode_switch};
+            nextLayout =
+                std::shared_ptr<const LayoutKeyPlan>(new LayoutKeyPlan(keymap.get(), reached, Reach::ownLayout));
+            return;
+        }
+    }
+}
+
+// The strokes of the next layout with the group key held first, when each still gives the symbol it gives
+// with that layout in effect; nullopt when one would not.
+std::optional<std::vector<KeyStroke>> LayoutKeyPlan::onNextLayout(std::vector<KeyStroke> typed) const {
+    for (KeyStroke& stroke : typed) {
+        const xkb_keysym_t wanted = keysymOf(stroke, nextLayout->layout, std::nullopt);
+        if (wanted == XKB_KEY_NoSymbol || keysymOf(stroke, layout, groupKey) != wanted) {
+            return std::nullopt;
+        }
+        stroke.modifiers.insert(stroke.modifiers.begin(), groupKey);
+    }
+    return typed;
+}
+
+// The symbol a stroke gives with `lockedLayout` in effect, with the group key held first when one is given.
+xkb_keysym_t LayoutKeyPlan::keysymOf(const KeyStroke& stroke, xkb_layout_index_t lockedLayout,
+                                     const std::optional<LayoutKey>& heldGroupKey) const {
+    State state = stateWithLayout(keymap.get(), lockedLayout);
+    if (heldGroupKey) {
+        xkb_state_update_key(state.get(), heldGroupKey->keycode, XKB_KEY_DOWN);
+    }
+    for (const LayoutKey& modifier : stroke.modifiers) {
+        xkb_state_update_key(state.get(), modifier.keycode, XKB_KEY_DOWN);
+    }
+    return xkb_state_key_get_one_sym(state.get(), stroke.key.keycode);
 }
 
 std::optional<LayoutKey> LayoutKeyPlan::capsLockKey() const {
