@@ -52,6 +52,14 @@ TEST_F(GnomeTypingTest, TextOfTheLayoutArrivesExactly) {
     EXPECT_EQ(receivedText(output, text.size(), std::chrono::seconds(3)), text);
 }
 
+// A Qt window with no input method (no IBus here) takes the layout's keys as they are.
+TEST_F(GnomeTypingTest, AQtWindowGetsTextOfTheLayoutExactly) {
+    startQtWindow(*mutter);
+    const std::string text = "Hello, World! 0123456789 ~!@#$%^&*()_+`-=[]{}\\|;':\",./<>?\tEND\n";
+    ASSERT_EQ(type(text), 0);
+    EXPECT_EQ(receivedText(qtOutput, text.size(), 3s), text);
+}
+
 TEST_F(GnomeTypingTest, CharactersOutsideTheLayoutArriveThroughTheUnicodeEntry) {
     const std::string text = "a\u4e2d b\u00e9 c\U0001F600 d\u0416\n";
     ASSERT_EQ(type(text), 0);

@@ -15,7 +15,8 @@ namespace keyferry {
 
 // A test that types into a fresh GTK text view on Wayland for each test, under a compositor its suite shares.
 // The view takes the focus and records what it gets in `output`, a file named after the test; it is stopped
-// after the test. Test targets that use it define KEYFERRY_GTK_RECEIVER, the view's script.
+// after the test. Test targets that use it define KEYFERRY_GTK_RECEIVER, the view's script; those that also
+// type into a Qt window (startQtWindow) define KEYFERRY_QT_RECEIVER.
 class GtkReceiverTest : public ::testing::Test {
 protected:
     void startReceiver(HeadlessCompositor& desktop) {
@@ -26,7 +27,21 @@ protected:
             << "no focus; " << desktop.log();
     }
 
-    void TearDown() override { receiver.reset(); }
+#ifdef KEYFERRY_QT_RECEIVER
+    // Opens a Qt window on Wayland, with no input method, that takes the focus from the view and records what it
+    // gets in `qtOutput`.
+    void startQtWindow(HeadlessCompositor& desktop) {
+        qtOutput = desktop.file(output.stem().string() + "-qt.txt");
+        qtReceiver = desktop.run({KEYFERRY_QT_RECEIVER, qtOutput.string(), "0"}, {{"QT_QPA_PLATFORM", "wayland"}});
+        ASSERT_EQ(qtReceiver->readLine(std::chrono::seconds(30)), std::optional<std::string>("ready"))
+            << "no focus; " << desktop.log();
+    }
+#endif
+
+    void TearDown() override {
+        qtReceiver.reset();
+        receiver.reset();
+    }
 
     // Expects the whole of `text` in the view, line ends as typed; the desktop's log on a shortfall.
     void expectReceivedWhole(const std::string& text, HeadlessCompositor& desktop) {
@@ -38,6 +53,8 @@ protected:
 
     std::unique_ptr<HelperProcess> receiver;
     std::filesystem::path output;
+    std::unique_ptr<HelperProcess> qtReceiver;
+    std::filesystem::path qtOutput;
 };
 
 } // namespace keyferry

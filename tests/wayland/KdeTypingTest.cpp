@@ -95,6 +95,18 @@ TEST_F(KdeTypingTest, WithRussianInEffectLatinLettersAndOtherCharactersArriveExa
     EXPECT_EQ(receivedText(output, whole.size(), std::chrono::seconds(3)), whole);
 }
 
+// A Qt window with no input method takes the keys as they are: with Russian in effect, Cyrillic on its own keys
+// and Latin letters on the US layout's keys, with the key held that puts it in effect.
+TEST_F(KdeTypingTest, AQtWindowGetsTextOfTheLayoutInEffectAndOfTheNextExactly) {
+    startQtWindow(*kwin);
+    ASSERT_EQ(switchTo("1"), 0);
+    const std::string text = "\u041f\u0440\u0438\u0432\u0435\u0442, World! 0123456789 \u043c\u0438\u0440\tEND\n";
+    const int status = typeGranted(text);
+    EXPECT_EQ(switchTo("0"), 0);
+    ASSERT_EQ(status, 0);
+    EXPECT_EQ(receivedText(qtOutput, text.size(), std::chrono::seconds(3)), text);
+}
+
 // A window that reads nothing for a while (busy, or stopped here) gets the whole text once it reads again,
 // rather than being dropped by the compositor for the keys queued meanwhile while typing says "typed".
 TEST_F(KdeTypingTest, AGtkTextViewThatStopsReadingForAWhileStillGetsTheWholeText) {
