@@ -107,6 +107,15 @@ TEST_F(KdeTypingTest, AQtWindowGetsTextOfTheLayoutInEffectAndOfTheNextExactly) {
     EXPECT_EQ(receivedText(qtOutput, text.size(), std::chrono::seconds(3)), text);
 }
 
+// Such a window would show the Unicode entry's hex digits as text: a text that needs the entry is refused
+// whole, so it is not reported as typed.
+TEST_F(KdeTypingTest, ATextThatNeedsTheUnicodeEntryIsRefusedForAQtWindowWithoutAnInputMethod) {
+    startQtWindow(*kwin);
+    EXPECT_EQ(typeGranted("a\u4e2d b\n"), 1);
+    ASSERT_EQ(typeGranted("ab\n"), 0);
+    EXPECT_EQ(receivedText(qtOutput, 3, std::chrono::seconds(3)), "ab\n");
+}
+
 // A window that reads nothing for a while (busy, or stopped here) gets the whole text once it reads again,
 // rather than being dropped by the compositor for the keys queued meanwhile while typing says "typed".
 TEST_F(KdeTypingTest, AGtkTextViewThatStopsReadingForAWhileStillGetsTheWholeText) {

@@ -20,6 +20,8 @@ public:
         bool confirms = true;
         int confirmsBeforeFailing = -1; // none: every one that `confirms` allows
         std::optional<bool> capsLock;
+        std::optional<bool> windowTakesEntry;
+        int entryQuestions = 0;
     };
 
     explicit RecordingPresser(Record& into) : record(into) {}
@@ -40,6 +42,10 @@ public:
         return record.confirms;
     }
     std::optional<bool> capsLockOn() override { return record.capsLock; }
+    std::optional<bool> focusedWindowTakesUnicodeEntry() override {
+        ++record.entryQuestions;
+        return record.windowTakesEntry;
+    }
 
 private:
     Record& record;
@@ -74,6 +80,23 @@ TEST_F(LayoutKeyboardPosterTest, ACharacterOutsideTheLayoutIsEnteredByItsCodePoi
     ASSERT_TRUE(poster.postKeyPair(u"é"));
     EXPECT_EQ(record.events, (std::vector<std::string>{"+Control_L", "+Shift_L", "+u", "-u", "-Shift_L", "-Control_L",
                                                        "+e", "-e", "+9", "-9", "+space", "-space", "confirm"}));
+}
+
+TEST_F(LayoutKeyboardPosterTest, ATextThatNeedsTheUnicodeEntryIsRefusedWhenTheWindowDoesNotUnderstandIt) {
+    record.windowTakesEntry = false;
+    EXPECT_FALSE(poster.canType(u"café"));
+    EXPECT_EQ(record.entryQuestions, 1);
+    EXPECT_TRUE(poster.canType(u"cafe, Cafe!"));
+    EXPECT_EQ(record.entryQuestions, 1) << "a text of the layout alone needs no question";
+    EXPECT_TRUE(record.events.empty());
+}
+
+TEST_F(LayoutKeyboardPosterTest, ATextThatNeedsTheUnicodeEntryIsTypedWhenTheWindowUnderstandsItOrNothingIsKnown) {
+    record.windowTakesEntry = true;
+    EXPECT_TRUE(poster.canType(u"café"));
+    record.windowTakesEntry = std::nullopt;
+    EXPECT_TRUE(poster.canType(u"café"));
+    EXPECT_EQ(record.entryQuestions, 2);
 }
 
 TEST_F(LayoutKeyboardPosterTest, ATextWithAControlCharacterIsRefusedBeforeAnyKey) {

@@ -1,6 +1,8 @@
 #include "KdeKeyPresser.h"
 
+#include "KdeActiveWindow.h"
 #include "SeatDiscovery.h"
+#include "UnicodeEntryReach.h"
 #include "WaylandRoundtrip.h"
 #include "fake-input-client-protocol.h"
 #include "keystate-client-protocol.h"
@@ -89,6 +91,11 @@ std::optional<bool> KdeKeyPresser::capsLockOn() {
         return std::nullopt;
     }
     return capsLocked;
+}
+
+std::optional<bool> KdeKeyPresser::focusedWindowTakesUnicodeEntry() {
+    const auto process = kdeActiveWindowProcess();
+    return process ? processTakesUnicodeEntry(*process) : std::nullopt;
 }
 
 bool KdeKeyPresser::press(const LayoutKey& key, bool pressed) {

@@ -17,7 +17,8 @@ namespace keyferry {
 // the interface only to a program whose installed desktop entry (Exec= its path) lists it in
 // X-KDE-Wayland-Interfaces. Keys go as key codes, each followed by a roundtrip, so KWin has taken a key
 // before the next (which spares slow windows a flood). Caps Lock's state comes from KDE's key states
-// (org_kde_kwin_keystate), granted by the same desktop entry; without it, the state is unknown.
+// (org_kde_kwin_keystate), granted by the same desktop entry; without it, the state is unknown. So is the
+// active window's program, through KDE's window management.
 // Contract as UserKeyPresser's.
 class KdeKeyPresser final : public UserKeyPresser {
 public:
@@ -27,6 +28,8 @@ public:
     // The layout KDE's keyboard service (org.kde.keyboard on the session bus) says is in effect.
     std::optional<std::uint32_t> layoutInEffect() override;
     std::optional<bool> capsLockOn() override;
+    // Judged from the program of KDE's active window (see kdeActiveWindowProcess, takesUnicodeEntry).
+    std::optional<bool> focusedWindowTakesUnicodeEntry() override;
 
     // Called by the registry's listener.
     void globalAdvertised(wl_registry* registry, std::uint32_t name, const char* interface, std::uint32_t version);

@@ -14,6 +14,11 @@ namespace {
 // How long the seat may take to show its keyboard after the route's keyboard appeared.
 constexpr std::chrono::milliseconds keymapLimit(2000);
 
+// A character of a layout is one stroke; the Unicode entry takes several.
+bool isUnicodeEntry(const std::vector<KeyStroke>& strokes) {
+    return strokes.size() > 1;
+}
+
 } // namespace
 
 LayoutKeyboardPoster::LayoutKeyboardPoster(std::unique_ptr<UserKeyPresser> presser)
@@ -41,12 +46,16 @@ bool LayoutKeyboardPoster::canType(std::u16string_view text) {
     }
     watchReceiver();
     unitsLeft = text.size();
+    bool needsUnicodeEntry = false;
     for (const char32_t character : codePointsFromUtf16(text)) {
-        if (!plan->strokesFor(character)) {
+        const auto strokes = plan->strokesFor(character);
+        if (!strokes) {
             return false;
         }
+        needsUnicodeEntry = needsUnicodeEntry || isUnicodeEntry(*strokes);
     }
-    return true;
+    // A window that does not understand the entry would show its hex digits as text.
+    return !needsUnicodeEntry || keys->focusedWindowTakesUnicodeEntry().value_or(true);
 }
 
 bool LayoutKeyboardPoster::postKeyPair(std::u16string_view units) {

@@ -21,7 +21,9 @@ namespace keyferry {
 // remote desktop, KDE's fake input): characters of the layout in effect as their keys with the modifiers
 // of their level, any other through the input method's Unicode entry (see LayoutKeyPlan). The keymap is the
 // one the compositor gives its clients (see SeatKeymap), read again before each text. A text holding a
-// character that no stroke types (a control character other than line feed and tab) is refused whole.
+// character that no stroke types (a control character other than line feed and tab) is refused whole, and so
+// is one that needs the Unicode entry when the route tells that the window getting the keys does not
+// understand it.
 // Caps Lock, where the route tells it is on, is released for each text and put back after it.
 // Presses are paced (see KeyPacer) so that no window is flooded: a compositor drops a client that falls too
 // far behind, and GTK windows also trade input-method state with the compositor at every key. Where the

@@ -29,6 +29,10 @@ public:
 
     // Whether Caps Lock is on for the seat, when the route's desktop tells it.
     virtual std::optional<bool> capsLockOn() { return std::nullopt; }
+
+    // Whether the window that gets the keys understands the input method's Unicode entry, when the route's
+    // desktop tells which program that window belongs to.
+    virtual std::optional<bool> focusedWindowTakesUnicodeEntry() { return std::nullopt; }
 };
 
 } // namespace keyferry
