@@ -51,13 +51,16 @@ std::vector<KeyStroke> strokes(const LayoutKeyPlan& plan, char32_t character) {
     return *found;
 }
 
-// The symbols a window gets for the strokes, replayed on the keymap with `layout` locked as the user left it.
-std::vector<xkb_keysym_t> replayed(const Keymap& keymap, xkb_layout_index_t layout,
-                                   const std::vector<KeyStroke>& typed) {
+// The symbols a window gets for the strokes, replayed on the keymap with `layout` locked as the user left it,
+// and the modifiers of `lockedModifiers` (Num Lock...) locked too.
+std::vector<xkb_keysym_t> replayed(const Keymap& keymap, xkb_layout_index_t layout, const std::vector<KeyStroke>& typed,
+                                   const char* lockedModifier = nullptr) {
     std::vector<xkb_keysym_t> keysyms;
     for (const KeyStroke& stroke : typed) {
         std::unique_ptr<xkb_state, decltype(&xkb_state_unref)> state(xkb_state_new(keymap.get()), &xkb_state_unref);
-        xkb_state_update_mask(state.get(), 0, 0, 0, 0, 0, layout);
+        const xkb_mod_index_t locked =
+            lockedModifier != nullptr ? xkb_keymap_mod_get_index(keymap.get(), lockedModifier) : XKB_MOD_INVALID;
+        xkb_state_update_mask(state.get(), 0, 0, locked == XKB_MOD_INVALID ? 0 : 1u << locked, 0, 0, layout);
         for (const LayoutKey& modifier : stroke.modifiers) {
             xkb_state_update_key(state.get(), modifier.keycode, XKB_KEY_DOWN);
         }
@@ -96,6 +99,19 @@ TEST(LayoutKeyPlan, ThirdAndFourthLevelsHoldAltGrAndShift) {
     ASSERT_EQ(superscript[0].modifiers.size(), 2u);
     EXPECT_EQ(superscript[0].modifiers[0], shift);
     EXPECT_EQ(superscript[0].modifiers[1].keysym, XKB_KEY_ISO_Level3_Shift);
+}
+
+// The plan never uses a level that Num Lock selects (the keypad's digits), so the user's Num Lock changes
+// nothing that is typed.
+TEST(LayoutKeyPlan, EveryPrintableAsciiCharacterIsTheSameWithNumLockOnOrOff) {
+    const Keymap us("us");
+    const auto plan = us.plan();
+    for (char32_t character = U' '; character < 0x7f; ++character) {
+        const auto typed = strokes(plan, character);
+        EXPECT_EQ(replayed(us, 0, typed, XKB_MOD_NAME_NUM), replayed(us, 0, typed))
+            << "U+" << std::hex << static_cast<unsigned>(character);
+        EXPECT_EQ(xkb_keysym_to_utf32(replayed(us, 0, typed).at(0)), character);
+    }
 }
 
 TEST(LayoutKeyPlan, LineFeedIsReturnAndTabIsTab) {
