@@ -58,7 +58,7 @@ protected:
     LayoutKeyboardPosterTest()
         : context(xkb_context_new(XKB_CONTEXT_NO_FLAGS), &xkb_context_unref),
           keymap(xkb_keymap_new_from_names(context.get(), &usLayout, XKB_KEYMAP_COMPILE_NO_FLAGS), &xkb_keymap_unref),
-          poster(std::make_unique<RecordingPresser>(record), {{{}, {}, 150}},
+          poster(std::make_unique<RecordingPresser>(record), {{{}, {}, 150}, {{}, {}, 150}},
                  [this] { return keymapKnown ? std::make_shared<const LayoutKeyPlan>(keymap.get(), 0) : nullptr; }) {}
 
     RecordingPresser::Record record;

@@ -26,7 +26,8 @@ LayoutKeyboardPoster::LayoutKeyboardPoster(std::unique_ptr<UserKeyPresser> press
 
 LayoutKeyboardPoster::LayoutKeyboardPoster(std::unique_ptr<UserKeyPresser> presser, Timing posterTiming,
                                            PlanSource planSource)
-    : keys(std::move(presser)), plans(std::move(planSource)), timing(posterTiming), pacer(timing.pacing) {
+    : keys(std::move(presser)), plans(std::move(planSource)), timing(posterTiming), pacer(timing.pacing),
+      blindPacer(timing.blindPacing) {
     if (!plans) {
         seat = std::make_unique<SeatKeymap>();
         plans = [this] { return seat->plan(keymapLimit, keys->layoutInEffect()); };
@@ -156,8 +157,9 @@ namespace keyferry {
 // Presses wait for the pacer; releases follow at once, as a key's own events reach a window together.
 bool LayoutKeyboardPoster::press(const LayoutKey& key, bool pressed) {
     if (pressed) {
-        std::this_thread::sleep_until(pacer.nextKeysAt(std::chrono::steady_clock::now()));
-        pacer.sent(std::chrono::steady_clock::now());
+        KeyPacer& pace = receiverWatched ? pacer : blindPacer;
+        std::this_thread::sleep_until(pace.nextKeysAt(std::chrono::steady_clock::now()));
+        pace.sent(std::chrono::steady_clock::now());
     }
     return keys->press(key, pressed);
 }
@@ -173,7 +175,9 @@ void LayoutKeyboardPoster::watchReceiver() {
 }
 
 bool LayoutKeyboardPoster::receiverKeepsUp() {
-    return waitForReceiver(brake, backlog, timing.receiverPatience).keepsUp;
+    const ReceiverLook look = waitForReceiver(brake, backlog, timing.receiverPatience);
+    receiverWatched = look.backlogSeen;
+    return look.keepsUp;
 }
 
 } // namespace keyferry

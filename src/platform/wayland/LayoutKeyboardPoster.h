@@ -29,7 +29,8 @@ namespace keyferry {
 // far behind, and GTK windows also trade input-method state with the compositor at every key. Where the
 // compositor's connections can be seen (CompositorBacklog of the compositor that the seat's keymap comes from),
 // each character also waits while the window receiving the keys is behind (see waitForReceiver), and the text
-// fails when that window reads nothing for `receiverPatience`; where they cannot, the pace alone protects it.
+// fails when that window reads nothing for `receiverPatience`; where they cannot, a slower pace alone protects
+// it.
 //
 // Ownership: owned by the application or a tool, with its presser, for its whole life. Thread: canType and
 // postKeyPair are called from one thread at a time (the service's queue). Failure: postKeyPair returns false
@@ -38,12 +39,13 @@ namespace keyferry {
 class LayoutKeyboardPoster final : public KeyboardPoster {
 public:
     struct Timing {
-        // Short texts at one press per half millisecond; long ones settle at a pace a slow GTK client keeps up
-        // with on a busy machine: at one press per 1.5 ms, one of three 2,000-character texts lost its last
-        // third in a GTK window under KWin, with a load of 11 on two cores. The same pace whether the receiving
-        // window is watched or not: under mutter, 3,000 characters took 15 s at one press per 2.5 ms as at one
-        // per 0.5 ms, as each character waits for the route's answer.
-        KeyPacer::Timing pacing{std::chrono::microseconds(500), std::chrono::microseconds(2500), 150};
+        // Where the window receiving the keys is watched, keys wait for it whenever it falls behind, so they go
+        // at the virtual keyboard's pace: a long text settles at 1,250 presses a second.
+        KeyPacer::Timing pacing{std::chrono::microseconds(500), std::chrono::microseconds(800), 150};
+        // Where it is not (a compositor run by another user), a pace a slow GTK client keeps up with on a busy
+        // machine unaided: at one press per 1.5 ms, one of three 2,000-character texts lost its last third in a
+        // GTK window under KWin, with a load of 11 on two cores.
+        KeyPacer::Timing blindPacing{std::chrono::microseconds(500), std::chrono::microseconds(2500), 150};
         // How long keys wait for a receiving window that reads nothing at all before the text fails.
         std::chrono::steady_clock::duration receiverPatience = std::chrono::seconds(5);
     };
@@ -76,7 +78,9 @@ private:
     std::shared_ptr<const LayoutKeyPlan> plan;
     Timing timing;
     KeyPacer pacer;
-    std::size_t unitsLeft = 0; // of the text last asked about, not posted yet
+    KeyPacer blindPacer;
+    bool receiverWatched = false; // whether the last look at the receiving window could see it
+    std::size_t unitsLeft = 0;    // of the text last asked about, not posted yet
     enum class CapsLock { unchecked, off, released } capsLock = CapsLock::unchecked; // for the text being typed
     std::optional<CompositorBacklog> backlog;
     BacklogBrake brake;
