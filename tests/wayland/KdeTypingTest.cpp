@@ -50,6 +50,14 @@ protected:
         return call->waitForExit(10s).value_or(-1);
     }
 
+    // Types the text with the Russian layout in effect, then puts the US layout back; the exit status.
+    static int typeWithRussianInEffect(const std::string& text) {
+        EXPECT_EQ(switchTo("1"), 0);
+        const int status = typeGranted(text);
+        EXPECT_EQ(switchTo("0"), 0);
+        return status;
+    }
+
     static inline std::unique_ptr<HeadlessCompositor> kwin;
 };
 
@@ -73,24 +81,18 @@ TEST_F(KdeTypingTest, AProgramWithoutTheDesktopEntryIsNotOfferedFakeInputAndType
 }
 
 TEST_F(KdeTypingTest, TheLayoutInEffectIsTheOneKdeSays) {
-    ASSERT_EQ(switchTo("1"), 0);
     const std::string text = "\u041f\u0440\u0438\u0432\u0435\u0442, \u043c\u0438\u0440!\n";
-    const int status = typeGranted(text);
-    EXPECT_EQ(switchTo("0"), 0);
-    ASSERT_EQ(status, 0);
+    ASSERT_EQ(typeWithRussianInEffect(text), 0);
     EXPECT_EQ(receivedText(output, text.size(), std::chrono::seconds(3)), text);
 }
 
 // Latin letters, and the Unicode entry that needs them, go through the US layout with the key held that puts
 // it in effect; Russian stays the layout the user chose.
 TEST_F(KdeTypingTest, WithRussianInEffectLatinLettersAndOtherCharactersArriveExactly) {
-    ASSERT_EQ(switchTo("1"), 0);
     const std::string text = "\u0434\u0430 hello, World \u4e2d\u00e9\U0001F600 \u0435\u0449\u0451\n";
-    const int status = typeGranted(text);
-    const int after = typeGranted("\u0434\u0430");
-    EXPECT_EQ(switchTo("0"), 0);
-    ASSERT_EQ(status, 0);
-    ASSERT_EQ(after, 0);
+    // Then more Russian: a group key left held would turn these letters into Latin ones.
+    ASSERT_EQ(typeWithRussianInEffect(text), 0);
+    ASSERT_EQ(typeWithRussianInEffect("\u0434\u0430"), 0);
     const std::string whole = text + "\u0434\u0430";
     EXPECT_EQ(receivedText(output, whole.size(), std::chrono::seconds(3)), whole);
 }
@@ -99,11 +101,8 @@ TEST_F(KdeTypingTest, WithRussianInEffectLatinLettersAndOtherCharactersArriveExa
 // and Latin letters on the US layout's keys, with the key held that puts it in effect.
 TEST_F(KdeTypingTest, AQtWindowGetsTextOfTheLayoutInEffectAndOfTheNextExactly) {
     startQtWindow(*kwin);
-    ASSERT_EQ(switchTo("1"), 0);
     const std::string text = "\u041f\u0440\u0438\u0432\u0435\u0442, World! 0123456789 \u043c\u0438\u0440\tEND\n";
-    const int status = typeGranted(text);
-    EXPECT_EQ(switchTo("0"), 0);
-    ASSERT_EQ(status, 0);
+    ASSERT_EQ(typeWithRussianInEffect(text), 0);
     EXPECT_EQ(receivedText(qtOutput, text.size(), std::chrono::seconds(3)), text);
 }
 
