@@ -190,6 +190,8 @@ int main(int argc, char** argv) {
     const Window answering{argv[2], {"0", "fresh", "ping"}};
     const Window slowAnswering{argv[2], {"5", "fresh", "ping"}};
     const Window slowFresh{argv[2], {"5", "fresh"}};
+    const Window slowPending{argv[2], {"5", "fresh", "pending"}};
+    const Window slowRoundTrip{argv[2], {"5", "fresh", "roundtrip"}};
     const Window qt{argv[3], {"0"}};
     const Window slowQt{argv[3], {"5"}};
     const std::string mixed = mixedSampleText(characters);
@@ -212,6 +214,9 @@ int main(int argc, char** argv) {
         {"Chinese (800 distinct), Qt window", chinese, qt},
         {"Chinese (800 distinct), 5 ms/key Xlib pinged", chinese, slowAnswering},
         {"Chinese (800 distinct), 5 ms/key Qt", chinese, slowQt},
+        {"Chinese (800 distinct), 5 ms/key Xlib window", chinese, slowFresh},
+        {"Chinese (800 distinct), 5 ms/key Xlib window reading with XPending", chinese, slowPending},
+        {"Chinese (800 distinct), 5 ms/key Xlib window asking the server on each key", chinese, slowRoundTrip},
     };
     for (const Case& each : cases) {
         if (std::string(each.name).find(only) == std::string::npos) {

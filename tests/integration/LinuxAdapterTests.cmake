@@ -58,3 +58,7 @@ add_dependencies(keyferry_secret_service_tests keyferry-silent-secret-service)
 keyferry_test(keyferry_spare_keycode_pool_tests integration
     SOURCES ${CMAKE_CURRENT_LIST_DIR}/SpareKeycodePoolTest.cpp
     LIBRARIES keyferry_linux)
+
+keyferry_test(keyferry_unix_socket_table_tests integration
+    SOURCES ${CMAKE_CURRENT_LIST_DIR}/UnixSocketTableTest.cpp
+    LIBRARIES keyferry_linux keyferry_test_support)
