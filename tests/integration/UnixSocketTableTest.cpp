@@ -1,7 +1,7 @@
 // The kernel's view of connected Unix sockets, on a real connection made here: what waits unread at each end,
 // which end is whose peer, and the address an accepted end shares with its listener.
-#include "TempFolder.h"
 #include "UnixSocketTable.h"
+#include "TempFolder.h"
 
 #include <gtest/gtest.h>
 

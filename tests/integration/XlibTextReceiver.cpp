@@ -1,13 +1,12 @@
-// A plain Xlib client that takes the keyboard focus and appends the text of every key press to a file, as a
-// text field would insert it (Return inserts a line feed). Arguments: output file, milliseconds to spend on
-// each key (a slow client), then optionally "fresh", "ping", "pending" and "roundtrip". It follows keymap changes as plain Xlib
-// clients do (MappingNotify, then XRefreshKeyboardMapping). Prints "ready" once it has the focus and its
-// keymap; with "fresh", as soon as it has the focus, before it has translated any key (a window that just
+// A plain Xlib client that takes the keyboard focus and appends the text of every key press to a file, as a text
+// field would insert it (Return inserts a line feed). Arguments: output file, milliseconds to spend on each key
+// (a slow client), then optionally "fresh", "ping", "pending" and "roundtrip". It follows keymap changes as
+// plain Xlib clients do (MappingNotify, then XRefreshKeyboardMapping). Prints "ready" once it has the focus and
+// its keymap; with "fresh", as soon as it has the focus, before it has translated any key (a window that just
 // opened). With "ping" it answers the window manager's _NET_WM_PING in turn with its other events, as toolkit
-// applications do; without, it is a client that never answers. With "pending" it reads its events the way
-// event loops built on XPending do (XEventsQueued, then a wait on its connection); with "roundtrip" it asks the
-// server something (the pointer's position) for every key, as some clients do while handling one.
-// Stops on SIGTERM.
+// applications do; without, it is a client that never answers. With "pending" it reads its events the way event
+// loops built on XPending do (XEventsQueued, then a wait on its connection); with "roundtrip" it asks the server
+// something (the pointer's position) for every key, as some clients do while handling one. Stops on SIGTERM.
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
 #include <X11/keysym.h>

@@ -16,11 +16,11 @@ namespace keyferry {
 // they then answer none.
 struct UnixSocketEnd {
     std::uint64_t inode = 0;
-    std::uint64_t peer = 0;    // the inode of the other end
-    std::uint32_t unread = 0;  // bytes that arrived at this end and were not read yet
-    std::uint32_t queued = 0;  // what this end wrote and the other has not read, as the kernel charges it
-    std::uint32_t limit = 0;   // the send buffer that `queued` must stay below
-    std::string name;          // the address it is bound to; an accepted connection shares its listener's
+    std::uint64_t peer = 0;   // the inode of the other end
+    std::uint32_t unread = 0; // bytes that arrived at this end and were not read yet
+    std::uint32_t queued = 0; // what this end wrote and the other has not read, as the kernel charges it
+    std::uint32_t limit = 0;  // the send buffer that `queued` must stay below
+    std::string name;         // the address it is bound to; an accepted connection shares its listener's
 };
 
 // The connected ends whose inode is among `inodes` (sorted), or every connected end when `inodes` is none.

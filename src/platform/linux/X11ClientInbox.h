@@ -33,9 +33,9 @@ public:
 private:
     // The followed client's connections and process as seen at one moment.
     struct Look {
-        std::uint32_t unread = 0;   // bytes the server sent that the client has not read
-        std::uint32_t unsent = 0;   // bytes the client sent that the server has not read
-        std::uint64_t writes = 0;   // the write calls its process has made so far
+        std::uint32_t unread = 0; // bytes the server sent that the client has not read
+        std::uint32_t unsent = 0; // bytes the client sent that the server has not read
+        std::uint64_t writes = 0; // the write calls its process has made so far
     };
 
     std::optional<pid_t> ownerProcess(Window window) const;
