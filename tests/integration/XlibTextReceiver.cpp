@@ -5,7 +5,7 @@
 // its keymap; with "fresh", as soon as it has the focus, before it has translated any key (a window that just
 // opened). With "ping" it answers the window manager's _NET_WM_PING in turn with its other events, as toolkit
 // applications do; without, it is a client that never answers. With "pending" it reads its events the way event
-// loops built on XPending do (XEventsQueued, then a wait on its connection); with "roundtrip" it asks the server
+// loops built on XPending do (XPending, then a wait on its connection); with "roundtrip" it asks the server
 // something (the pointer's position) for every key, as some clients do while handling one. Stops on SIGTERM.
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
@@ -61,10 +61,10 @@ void loadKeymap(Display* display) {
     XFlush(display);
 }
 
-// Waits until an event is queued, reading the connection only when none is (as XPending does).
+// Waits until an event is queued, reading the connection only when none is, as loops built on XPending do.
 void awaitQueuedEvent(Display* display) {
-    while (XEventsQueued(display, QueuedAfterReading) == 0) {
-        XFlush(display);
+    // XPending sends what is buffered, then reads what has arrived (sending may read it too).
+    while (XPending(display) == 0) {
         pollfd connection{ConnectionNumber(display), POLLIN, 0};
         poll(&connection, 1, -1);
     }

@@ -94,8 +94,12 @@ std::vector<std::uint64_t> X11ClientInbox::connectionsOf(pid_t client) const {
 }
 
 bool X11ClientInbox::follow(Window window) {
-    if (followed != window) {
+    // A client not found is looked for again after a while (its connection may not have been listed yet).
+    constexpr auto retryAfter = std::chrono::milliseconds(500);
+    const auto now = std::chrono::steady_clock::now();
+    if (followed != window || (connections.empty() && now - lookedUp >= retryAfter)) {
         followed = window;
+        lookedUp = now;
         const auto owner = extensionPresent ? ownerProcess(window) : std::nullopt;
         process = owner.value_or(0);
         connections = owner ? connectionsOf(*owner) : std::vector<std::uint64_t>{};

@@ -23,7 +23,7 @@ public:
     explicit X11ClientInbox(Display* display);
 
     // Follows the client owning `window` (remembered for the last window asked about); false when its
-    // connection cannot be seen from here.
+    // connection cannot be seen from here (asked again after a while).
     bool follow(Window window);
 
     // Waits until the followed client is seen to have handled every event the server sent it before the call,
@@ -49,6 +49,7 @@ private:
     bool extensionPresent = false;
     Atom mark = None;
     std::optional<Window> followed;
+    TimePoint lookedUp;
     pid_t process = 0;
     std::vector<std::uint64_t> connections; // the followed client's ends of its X connections, sorted
 };
