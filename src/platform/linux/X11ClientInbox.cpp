@@ -49,8 +49,8 @@ X11ClientInbox::X11ClientInbox(Display* connection) : display(connection) {
     int errorBase = 0;
     int major = 0;
     int minor = 0;
-    // Client process identifiers came with version 1.2.
     mark = XInternAtom(display, "_KEYFERRY_READ_MARK", False);
+    // Client process identifiers came with version 1.2.
     extensionPresent = XResQueryExtension(display, &eventBase, &errorBase) != 0 &&
                        XResQueryVersion(display, &major, &minor) != 0 && (major > 1 || (major == 1 && minor >= 2));
 }
@@ -154,8 +154,9 @@ void X11ClientInbox::sendMark() {
 // and while it waits for the answer to a request of its own, such as a keymap fetch (a fetch made after the
 // keymap changed would translate the keys still queued with the new one). So the client counts as having
 // handled what it had read when, without sending any request meanwhile (no write call at all), it is seen to
-// read two marks, the second sent only once the first was read. The server having read everything the client
-// sent leaves no answer outstanding from before.
+// read two marks, the second sent only once the first was read. That the client is still waiting for the answer
+// to a request sent before is left unlikely, not impossible: the server has read every request it sent, and has
+// answered two of ours since.
 bool X11ClientInbox::seenIdle(TimePoint deadline) {
     const auto before = awaitEmpty(deadline);
     if (!before) {

@@ -10,12 +10,16 @@
 
 namespace keyferry {
 
-// What the X server has sent to the client owning a window that the client has not read from its connection
-// yet, seen from outside through the kernel (see UnixSocketTable): the client's process comes from the
-// X-Resource extension, its connection is the one of its sockets whose other end was accepted on the
-// server's own address. Seen only for a local client of one's own user on a kernel with socket diagnostics;
-// otherwise follow() answers false and callers keep their own estimate.
-// Uses the caller's X connection (owned by X11KeyboardSession, same thread).
+// Watches, from outside, whether the client owning a window has handled the events the X server sent it, for
+// clients that cannot be asked (they do not answer _NET_WM_PING). Seen through the kernel (UnixSocketTable):
+// the bytes waiting unread on the client's connection, the bytes it sent that the server has not read, and the
+// write calls of its process (/proc/PID/io). The client's process comes from the X-Resource extension, its
+// connection is the one of its sockets whose other end the server accepted on its own address. Seen only for a
+// local client of one's own user on a kernel with socket diagnostics; otherwise follow() answers false and
+// callers keep their own estimate. To make the client read, it sends the window PropertyNotify events of an
+// atom of its own, which mean nothing to the client.
+// Uses the caller's X connection (owned by X11KeyboardSession, same thread): awaitHandled() makes round trips
+// on it, so events for the caller arrive in its queue meanwhile.
 class X11ClientInbox {
 public:
     using TimePoint = std::chrono::steady_clock::time_point;

@@ -494,7 +494,7 @@ bool X11KeyboardSession::awaitNextAnswer(std::chrono::steady_clock::time_point d
 
 // For a client that never answers pings but can be watched from outside (see X11ClientInbox).
 bool X11KeyboardSession::awaitReadingSeen(std::chrono::steady_clock::time_point deadline) {
-    if (!typedInto || typedIntoSeveral || !inbox || !inbox->follow(*typedInto)) {
+    if (!typedInto || typedIntoSeveral || ping->answersPings(*typedInto) || !inbox || !inbox->follow(*typedInto)) {
         return false;
     }
     const std::size_t keys = pool->typedKeys();
