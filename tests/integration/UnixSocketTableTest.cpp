@@ -82,6 +82,23 @@ TEST(UnixSocketTableTest, ShowsWhatWaitsUnreadAndWhoSentIt) {
     EXPECT_EQ(endOf(connection.accepted).queued, 0U);
 }
 
+// Many sockets are listed at once, a few asked for one by one: both ways see the same.
+TEST(UnixSocketTableTest, ListsEveryConnectedEndAsWellAsTheFewAskedFor) {
+    TempFolder folder;
+    const Connection connection((folder / "server").string());
+    ASSERT_GE(connection.accepted, 0);
+    ASSERT_EQ(write(connection.accepted, "abc", 3), 3);
+    const auto clientEnd = socketInodeOf(connection.client).value_or(0);
+    const auto all = connectedUnixSockets(std::nullopt);
+    ASSERT_TRUE(all.has_value());
+    const auto listed = std::find_if(all->begin(), all->end(),
+                                     [clientEnd](const UnixSocketEnd& end) { return end.inode == clientEnd; });
+    ASSERT_NE(listed, all->end());
+    EXPECT_EQ(listed->unread, 3U);
+    EXPECT_EQ(listed->peer, endOf(connection.client).peer);
+    EXPECT_EQ(endOf(connection.client).unread, 3U);
+}
+
 TEST(UnixSocketTableTest, FindsTheSocketsOfAProcessAndTheProcessAtTheOtherEnd) {
     TempFolder folder;
     const Connection connection((folder / "server").string());
