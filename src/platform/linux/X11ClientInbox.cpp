@@ -56,10 +56,10 @@ X11ClientInbox::X11ClientInbox(Display* connection) : display(connection) {
 }
 
 std::optional<pid_t> X11ClientInbox::ownerProcess(Window window) const {
-    XResClientIdSpec spec{window, XRES_CLIENT_ID_PID_MASK};
+    XResClientIdSpec query{window, XRES_CLIENT_ID_PID_MASK};
     long count = 0;
     XResClientIdValue* values = nullptr;
-    if (XResQueryClientIds(display, 1, &spec, &count, &values) != Success) {
+    if (XResQueryClientIds(display, 1, &query, &count, &values) != Success) {
         return std::nullopt;
     }
     std::optional<pid_t> owner;
