@@ -1,10 +1,11 @@
 // Types the same 10,000-character mixed text into one X client on a private Xvfb with keyferry-type and with
 // xdotool (its default delay, and --delay 0), then keyferry-type alone into windows that have just opened on
 // X servers that have just started: mixed text, text of many scripts, and Chinese with about 800 distinct
-// ideographs, into a fast window and into one that takes 5 ms per key. Prints for each: characters per second
-// to the moment the text is complete in the window (and to the moment the typer exits), wrong or missing
-// characters, the keymap changes the X server announced (each makes every Qt window reload its keymap), and
-// the speed relative to xdotool. Run by hand; never part of the test run's verdict.
+// ideographs, into a fast window and into ones that take 5 ms per key (among them windows that never answer
+// pings: one reading like XPending loops, one asking the server something on each key). Prints for each:
+// characters per second to the moment the text is complete in the window (and to the moment the typer
+// exits), wrong or missing characters, the keymap changes the X server announced (each makes every Qt window
+// reload its keymap), and the speed relative to xdotool. Run by hand; never part of the test run's verdict.
 #include "HelperProcess.h"
 #include "KeymapChangeCounter.h"
 #include "MixedSampleText.h"
@@ -190,6 +191,8 @@ int main(int argc, char** argv) {
     const Window answering{argv[2], {"0", "fresh", "ping"}};
     const Window slowAnswering{argv[2], {"5", "fresh", "ping"}};
     const Window slowFresh{argv[2], {"5", "fresh"}};
+    const Window slowPending{argv[2], {"5", "fresh", "pending"}};
+    const Window slowRoundTrip{argv[2], {"5", "fresh", "roundtrip"}};
     const Window qt{argv[3], {"0"}};
     const Window slowQt{argv[3], {"5"}};
     const std::string mixed = mixedSampleText(characters);
@@ -212,6 +215,9 @@ int main(int argc, char** argv) {
         {"Chinese (800 distinct), Qt window", chinese, qt},
         {"Chinese (800 distinct), 5 ms/key Xlib pinged", chinese, slowAnswering},
         {"Chinese (800 distinct), 5 ms/key Qt", chinese, slowQt},
+        {"Chinese (800 distinct), 5 ms/key Xlib window", chinese, slowFresh},
+        {"Chinese (800 distinct), 5 ms/key Xlib window reading with XPending", chinese, slowPending},
+        {"Chinese (800 distinct), 5 ms/key Xlib window asking the server on each key", chinese, slowRoundTrip},
     };
     for (const Case& each : cases) {
         if (std::string(each.name).find(only) == std::string::npos) {

@@ -58,3 +58,15 @@ add_dependencies(keyferry_secret_service_tests keyferry-silent-secret-service)
 keyferry_test(keyferry_spare_keycode_pool_tests integration
     SOURCES ${CMAKE_CURRENT_LIST_DIR}/SpareKeycodePoolTest.cpp
     LIBRARIES keyferry_linux)
+
+keyferry_test(keyferry_unix_socket_table_tests integration
+    SOURCES ${CMAKE_CURRENT_LIST_DIR}/UnixSocketTableTest.cpp
+    LIBRARIES keyferry_linux keyferry_test_support)
+
+keyferry_test(keyferry_x11_client_inbox_tests integration
+    SOURCES ${CMAKE_CURRENT_LIST_DIR}/X11ClientInboxTest.cpp
+    LIBRARIES keyferry_linux keyferry_linux_test_support PkgConfig::KEYFERRY_X11
+    TIMEOUT 60)
+target_compile_definitions(keyferry_x11_client_inbox_tests PRIVATE
+    KEYFERRY_XLIB_RECEIVER="$<TARGET_FILE:keyferry-xlib-receiver>")
+add_dependencies(keyferry_x11_client_inbox_tests keyferry-xlib-receiver)

@@ -1,14 +1,16 @@
-// A plain Xlib client that takes the keyboard focus and appends the text of every key press to a file, as a
-// text field would insert it (Return inserts a line feed). Arguments: output file, milliseconds to spend on
-// each key (a slow client), then optionally "fresh" and "ping". It follows keymap changes as plain Xlib
-// clients do (MappingNotify, then XRefreshKeyboardMapping). Prints "ready" once it has the focus and its
-// keymap; with "fresh", as soon as it has the focus, before it has translated any key (a window that just
+// A plain Xlib client that takes the keyboard focus and appends the text of every key press to a file, as a text
+// field would insert it (Return inserts a line feed). Arguments: output file, milliseconds to spend on each key
+// (a slow client), then optionally "fresh", "ping", "pending" and "roundtrip". It follows keymap changes as
+// plain Xlib clients do (MappingNotify, then XRefreshKeyboardMapping). Prints "ready" once it has the focus and
+// its keymap; with "fresh", as soon as it has the focus, before it has translated any key (a window that just
 // opened). With "ping" it answers the window manager's _NET_WM_PING in turn with its other events, as toolkit
-// applications do; without, it is a client that never answers.
-// Stops on SIGTERM.
+// applications do; without, it is a client that never answers. With "pending" it reads its events the way event
+// loops built on XPending do (XPending, then a wait on its connection); with "roundtrip" it asks the server
+// something (the pointer's position) for every key, as some clients do while handling one. Stops on SIGTERM.
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
 #include <X11/keysym.h>
+#include <poll.h>
 
 #include <chrono>
 #include <clocale>
@@ -59,6 +61,26 @@ void loadKeymap(Display* display) {
     XFlush(display);
 }
 
+// Waits until an event is queued, reading the connection only when none is, as loops built on XPending do.
+void awaitQueuedEvent(Display* display) {
+    // XPending sends what is buffered, then reads what has arrived (sending may read it too).
+    while (XPending(display) == 0) {
+        pollfd connection{ConnectionNumber(display), POLLIN, 0};
+        poll(&connection, 1, -1);
+    }
+}
+
+void askPointer(Display* display, Window window) {
+    Window root = 0;
+    Window child = 0;
+    int rootX = 0;
+    int rootY = 0;
+    int x = 0;
+    int y = 0;
+    unsigned mask = 0;
+    XQueryPointer(display, window, &root, &child, &rootX, &rootY, &x, &y, &mask);
+}
+
 bool hasOption(int argc, char** argv, const std::string& option) {
     for (int index = 3; index < argc; ++index) {
         if (argv[index] == option) {
@@ -90,8 +112,10 @@ void answer(Display* display, XEvent event) {
 int main(int argc, char** argv) {
     const bool fresh = hasOption(argc, argv, "fresh");
     const bool pings = hasOption(argc, argv, "ping");
-    if (argc < 3 || argc != 3 + int(fresh) + int(pings)) {
-        std::cerr << "usage: keyferry-xlib-receiver OUTPUT DELAY_MS [fresh] [ping]\n";
+    const bool pending = hasOption(argc, argv, "pending");
+    const bool roundTrip = hasOption(argc, argv, "roundtrip");
+    if (argc < 3 || argc != 3 + int(fresh) + int(pings) + int(pending) + int(roundTrip)) {
+        std::cerr << "usage: keyferry-xlib-receiver OUTPUT DELAY_MS [fresh] [ping] [pending] [roundtrip]\n";
         return 2;
     }
     if (std::setlocale(LC_ALL, "C.UTF-8") == nullptr || !XSupportsLocale()) {
@@ -120,6 +144,9 @@ int main(int argc, char** argv) {
     }
     bool announced = false;
     while (true) {
+        if (pending) {
+            awaitQueuedEvent(display);
+        }
         XEvent event;
         XNextEvent(display, &event);
         if (XFilterEvent(&event, None)) {
@@ -140,6 +167,9 @@ int main(int argc, char** argv) {
             announced = true;
             std::cout << "ready" << std::endl;
         } else if (event.type == KeyPress) {
+            if (roundTrip) {
+                askPointer(display, window);
+            }
             output << textOf(context, event.xkey);
             output.flush();
             std::this_thread::sleep_for(delay);

@@ -144,6 +144,7 @@ bool X11KeyboardSession::connect() {
     XkbSelectEventDetails(display, XkbUseCoreKbd, XkbStateNotify, stateParts, stateParts);
     numLockMask = XkbKeysymToModifiers(display, XK_Num_Lock);
     ping.emplace(display);
+    inbox.emplace(display);
     matchTestDeviceKeymap();
     if (!loadKeymap()) {
         disconnect();
@@ -160,6 +161,7 @@ void X11KeyboardSession::disconnect() {
     keymap.reset();
     pool.reset();
     ping.reset();
+    inbox.reset();
     typedInto.reset();
     typedIntoSeveral = false;
     watchedFocus.reset();
@@ -438,8 +440,9 @@ bool X11KeyboardSession::bindFor(std::u32string_view remaining, int group) {
 
 // The moment at which places count as free for binding `count` characters, after waiting when too few are.
 // A client that answers pings is asked, and only places it has confirmed reading (or never typed) are
-// taken: an estimate of its speed can be wrong when it is busy, its answer cannot. Without an answer, places
-// free up as the slowest client would read them.
+// taken: an estimate of its speed can be wrong when it is busy, its answer cannot. A client that never answers
+// is watched handling its keys instead, where it can be, at most until the estimate frees every place anyway.
+// Otherwise places free up as the slowest client would read them.
 SpareKeycodePool::TimePoint X11KeyboardSession::placesFreeAt(std::size_t count,
                                                              std::unordered_set<unsigned long>& bound) {
     const auto now = std::chrono::steady_clock::now();
@@ -452,6 +455,10 @@ SpareKeycodePool::TimePoint X11KeyboardSession::placesFreeAt(std::size_t count,
         if (pool->freePlaces(bound, onlyConfirmed) > 0) {
             return onlyConfirmed;
         }
+    }
+    const auto everyPlaceFree = pool->lastReadBy().value_or(now) + timing.reuseGuard;
+    if (pool->freePlaces(bound, now) < count && awaitReadingSeen(everyPlaceFree)) {
+        return SpareKeycodePool::TimePoint{};
     }
     if (pool->freePlaces(bound, now) > 0) {
         return now;
@@ -482,6 +489,19 @@ bool X11KeyboardSession::awaitNextAnswer(std::chrono::steady_clock::time_point d
         return false;
     }
     confirmRead(keysAsked);
+    return true;
+}
+
+// For a client that never answers pings but can be watched from outside (see X11ClientInbox).
+bool X11KeyboardSession::awaitReadingSeen(std::chrono::steady_clock::time_point deadline) {
+    if (!typedInto || typedIntoSeveral || ping->answersPings(*typedInto) || !inbox || !inbox->follow(*typedInto)) {
+        return false;
+    }
+    const std::size_t keys = pool->typedKeys();
+    if (!inbox->awaitHandled(deadline)) {
+        return false;
+    }
+    confirmRead(keys);
     return true;
 }
 
@@ -759,6 +779,9 @@ bool X11KeyboardSession::awaitReading(std::chrono::steady_clock::time_point dead
         if (!awaitNextAnswer(deadline)) {
             return false;
         }
+    }
+    if (typedInto) {
+        awaitReadingSeen(deadline);
     }
     return !typedInto; // every key confirmed
 }

@@ -2,6 +2,7 @@
 
 #include "FocusedClientPing.h"
 #include "SpareKeycodePool.h"
+#include "X11ClientInbox.h"
 #include "X11Keymap.h"
 
 #include <X11/XKBlib.h>
@@ -52,8 +53,8 @@ public:
     // Writes the original symbols back on every borrowed keycode.
     void restoreSpareKeycodes();
 
-    // Waits until the client the keys went to confirms it has read them all, at most until `deadline`;
-    // false when it does not answer pings (or not in time).
+    // Waits until the client the keys went to confirms it has read them all (it answers a ping), or is seen
+    // to have (X11ClientInbox), at most until `deadline`; false when neither happens in time.
     bool awaitReading(std::chrono::steady_clock::time_point deadline);
 
     bool hasBindings() const;
@@ -102,6 +103,7 @@ private:
     SpareKeycodePool::TimePoint placesFreeAt(std::size_t count, std::unordered_set<unsigned long>& bound);
     void askFocusedClient();
     bool awaitNextAnswer(std::chrono::steady_clock::time_point deadline);
+    bool awaitReadingSeen(std::chrono::steady_clock::time_point deadline);
     void confirmRead(std::size_t keys);
     void noteFocus(Window focus);
     void collectNeeded(std::u32string_view text, int group, std::vector<unsigned long>& needed,
@@ -124,6 +126,7 @@ private:
     std::optional<X11Keymap> keymap;
     std::optional<SpareKeycodePool> pool;
     std::optional<FocusedClientPing> ping;
+    std::optional<X11ClientInbox> inbox;
     bool keymapEventSeen = false;
     unsigned numLockMask = 0;
     std::optional<KnownState> knownState;

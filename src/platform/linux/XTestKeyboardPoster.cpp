@@ -53,7 +53,7 @@ XTestKeyboardPoster::~XTestKeyboardPoster() {
     const auto sent = session->lastSent();
     if (readBy && sent && session->hasBindings()) {
         // The last keys may still be waiting in a client's queue: a client that answers pings says when it
-        // has read them; for others, the grace of a rebind, within limits.
+        // has read them, one watched from outside is seen to; for others, the grace of a rebind, within limits.
         const auto grace = std::min(*readBy + timing.reuseGuard, *sent + timing.restoreAfter);
         if (!session->awaitReading(std::max(grace, *readBy) + timing.restoreAfter)) {
             std::this_thread::sleep_until(grace);
