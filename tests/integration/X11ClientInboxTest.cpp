@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "HelperProcess.h"
+#include "TempFolder.h"
 #include "X11ClientInbox.h"
 #include "XvfbDisplay.h"
 
@@ -27,7 +28,7 @@ class X11ClientInboxTest : public ::testing::Test {
 protected:
     void SetUp() override {
         setenv("DISPLAY", display.name().c_str(), 1);
-        output = std::filesystem::temp_directory_path() / ("keyferry-inbox-" + std::to_string(getpid()) + ".txt");
+        output = folder / "received.txt";
         receiver =
             std::make_unique<HelperProcess>(std::vector<std::string>{KEYFERRY_XLIB_RECEIVER, output.string(), "0"},
                                             std::map<std::string, std::string>{{"LC_ALL", "C.UTF-8"}});
@@ -46,10 +47,10 @@ protected:
         if (connection != nullptr) {
             XCloseDisplay(connection);
         }
-        std::filesystem::remove(output);
     }
 
     XvfbDisplay display;
+    TempFolder folder{"keyferry-inbox"};
     std::filesystem::path output;
     std::unique_ptr<HelperProcess> receiver;
     Display* connection = nullptr;
