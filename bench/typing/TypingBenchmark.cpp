@@ -4,8 +4,9 @@
 // ideographs, into a fast window and into ones that take 5 ms per key (among them windows that never answer
 // pings: one reading like XPending loops, one asking the server something on each key). Prints for each:
 // characters per second to the moment the text is complete in the window (and to the moment the typer
-// exits), wrong or missing characters, the keymap changes the X server announced (each makes every Qt window
-// reload its keymap), and the speed relative to xdotool. Run by hand; never part of the test run's verdict.
+// exits), the processor time the typer used, wrong or missing characters, the keymap changes the X server announced
+// (each makes every Qt window reload its keymap), and the speed relative to xdotool. Run by hand; never part of the
+// test run's verdict.
 #include "HelperProcess.h"
 #include "KeymapChangeCounter.h"
 #include "MixedSampleText.h"
@@ -13,6 +14,7 @@
 #include "TempFolder.h"
 #include "XvfbDisplay.h"
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -29,6 +31,14 @@ namespace keyferry {
 namespace {
 
 using namespace std::chrono_literals;
+
+// The processor time of every child reaped so far: the typer is the only one reaped while it runs.
+double reapedChildrenCpuSeconds() {
+    rusage usage{};
+    getrusage(RUSAGE_CHILDREN, &usage);
+    const auto seconds = [](const timeval& time) { return static_cast<double>(time.tv_sec) + time.tv_usec / 1e6; };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
 using Clock = std::chrono::steady_clock;
 
 std::u32string codePoints(const std::string& utf8) {
@@ -78,6 +88,7 @@ struct Outcome {
     std::size_t wrongOrMissing = 0;
     std::size_t extra = 0;
     std::size_t keymapChanges = 0; // each one makes every Qt window reload its whole keymap
+    double typerCpuSeconds = 0;    // user and system time of the typer, waiting for slow windows included
 };
 
 // A receiving window: its program and the arguments after the output file (milliseconds per key, ...).
@@ -97,6 +108,7 @@ Outcome run(const std::vector<std::string>& typer, const std::string& text, cons
     }
     const std::string expected = withTypedLineEnds(text);
     KeymapChangeCounter keymapChanges;
+    const double cpuBefore = reapedChildrenCpuSeconds();
     const auto started = Clock::now();
     HelperProcess typing(typer, {}, text);
     std::optional<int> status;
@@ -130,18 +142,21 @@ Outcome run(const std::vector<std::string>& typer, const std::string& text, cons
     }
     const std::size_t common = commonLength(sent, got);
     return Outcome{std::chrono::duration<double>(typed - started).count(),
-                   std::chrono::duration<double>(lastGrowth - started).count(), sent.size() - common,
-                   got.size() - common, keymapChanges.count()};
+                   std::chrono::duration<double>(lastGrowth - started).count(),
+                   sent.size() - common,
+                   got.size() - common,
+                   keymapChanges.count(),
+                   reapedChildrenCpuSeconds() - cpuBefore};
 }
 
 void print(const std::string& name, std::size_t characters, const Outcome& outcome, double reference) {
     // Speed is measured to the moment the receiving client had the last character; the typer's own speed beside.
     const double speed = static_cast<double>(characters) / outcome.endToEndSeconds;
     std::printf("%-46s %7.0f chars/s to complete (%6.2f s; typer done after %6.2f s: %7.0f chars/s)  "
-                "wrong or missing: %5zu  extra: %5zu  keymap changes: %4zu  x%.1f xdotool\n",
+                "typer CPU %5.2f s  wrong or missing: %5zu  extra: %5zu  keymap changes: %4zu  x%.1f xdotool\n",
                 name.c_str(), speed, outcome.endToEndSeconds, outcome.typerSeconds,
-                static_cast<double>(characters) / outcome.typerSeconds, outcome.wrongOrMissing, outcome.extra,
-                outcome.keymapChanges, reference > 0 ? speed / reference : 0.0);
+                static_cast<double>(characters) / outcome.typerSeconds, outcome.typerCpuSeconds, outcome.wrongOrMissing,
+                outcome.extra, outcome.keymapChanges, reference > 0 ? speed / reference : 0.0);
     std::fflush(stdout);
 }
 
