@@ -1,16 +1,14 @@
 #include "X11KeyboardSession.h"
 
+#include "XTestDeviceKeymap.h"
 #include "XlibErrors.h"
 
 #include <X11/XKBlib.h>
-#include <X11/extensions/XInput2.h>
 #include <X11/extensions/XTest.h>
 #include <X11/keysym.h>
 
 #include <algorithm>
 #include <atomic>
-#include <cstring>
-#include <functional>
 #include <thread>
 #include <utility>
 
@@ -29,74 +27,6 @@ unsigned long keysymFor(char32_t character) {
     }
     const bool latin1 = (character >= 0x20 && character <= 0x7E) || (character >= 0xA0 && character <= 0xFF);
     return latin1 ? character : unicodeKeysymBase + character;
-}
-
-// The slave keyboard device XTest events come from, found through the X input extension.
-std::optional<int> xtestKeyboard(Display* display) {
-    int opcode = 0;
-    int eventBase = 0;
-    int errorBase = 0;
-    int major = 2;
-    int minor = 0;
-    if (!XQueryExtension(display, "XInputExtension", &opcode, &eventBase, &errorBase) ||
-        XIQueryVersion(display, &major, &minor) != Success) {
-        return std::nullopt;
-    }
-    int count = 0;
-    XIDeviceInfo* devices = XIQueryDevice(display, XIAllDevices, &count);
-    std::optional<int> found;
-    for (int index = 0; index < count && !found; ++index) {
-        if (devices[index].use == XISlaveKeyboard && std::strstr(devices[index].name, "XTEST") != nullptr) {
-            found = devices[index].deviceid;
-        }
-    }
-    XIFreeDeviceInfo(devices);
-    return found;
-}
-
-void setTwoLevelSymbols(XkbDescPtr desc, unsigned keycode, std::pair<unsigned long, unsigned long> symbols) {
-    // Room for two symbols first, while the key's old size still says how much it has.
-    KeySym* written = XkbResizeKeySyms(desc, static_cast<int>(keycode), 2);
-    if (written == nullptr) {
-        return;
-    }
-    written[0] = symbols.first;
-    written[1] = symbols.second;
-    XkbSymMapRec& map = desc->map->key_sym_map[keycode];
-    map.kt_index[0] = XkbTwoLevelIndex;
-    map.group_info = static_cast<unsigned char>(XkbSetGroupInfo(1, XkbWrapIntoRange, 0));
-    map.width = 2;
-}
-
-void copyKeySymbols(XkbDescPtr from, XkbDescPtr to, unsigned keycode) {
-    const auto key = static_cast<int>(keycode);
-    const int count = XkbKeyNumSyms(from, key);
-    KeySym* written = XkbResizeKeySyms(to, key, count);
-    if (written == nullptr) {
-        return;
-    }
-    std::copy_n(XkbKeySymsPtr(from, key), count, written);
-    const XkbSymMapRec& original = from->map->key_sym_map[keycode];
-    XkbSymMapRec& map = to->map->key_sym_map[keycode];
-    std::copy_n(original.kt_index, XkbNumKbdGroups, map.kt_index);
-    map.group_info = original.group_info;
-    map.width = original.width;
-}
-
-bool sameSymbols(XkbDescPtr left, XkbDescPtr right) {
-    if (left->min_key_code != right->min_key_code || left->max_key_code != right->max_key_code) {
-        return false;
-    }
-    for (int keycode = left->min_key_code; keycode <= left->max_key_code; ++keycode) {
-        const int count = XkbKeyNumSyms(left, keycode);
-        if (count != XkbKeyNumSyms(right, keycode) ||
-            XkbKeyGroupsWidth(left, keycode) != XkbKeyGroupsWidth(right, keycode) ||
-            !std::equal(XkbKeySymsPtr(left, keycode), XkbKeySymsPtr(left, keycode) + count,
-                        XkbKeySymsPtr(right, keycode))) {
-            return false;
-        }
-    }
-    return true;
 }
 
 } // namespace
@@ -139,10 +69,7 @@ bool X11KeyboardSession::connect() {
     }
     const unsigned long mapEvents = XkbNewKeyboardNotifyMask | XkbMapNotifyMask;
     XkbSelectEvents(display, XkbUseCoreKbd, mapEvents, mapEvents);
-    // Every change of the modifiers or the group is reported, so that they are asked for only after one.
-    const unsigned long stateParts = XkbModifierStateMask | XkbGroupStateMask;
-    XkbSelectEventDetails(display, XkbUseCoreKbd, XkbStateNotify, stateParts, stateParts);
-    numLockMask = XkbKeysymToModifiers(display, XK_Num_Lock);
+    userModifiers.emplace(display, xkbEventBase);
     ping.emplace(display);
     inbox.emplace(display);
     matchTestDeviceKeymap();
@@ -165,28 +92,12 @@ void X11KeyboardSession::disconnect() {
     typedInto.reset();
     typedIntoSeveral = false;
     watchedFocus.reset();
-    knownState.reset();
+    userModifiers.reset();
 }
 
-// XTest events come from their own slave device, and the server switches the core keyboard to that device's
-// keymap when they arrive. When the user's layout was set on the other keyboards only, the XTest device still
-// has the server's default one and keys would come out in it; it gets the core keyboard's keymap instead.
 void X11KeyboardSession::matchTestDeviceKeymap() {
-    const auto device = xtestKeyboard(display);
-    if (!device) {
-        return;
-    }
-    XkbDescPtr core = XkbGetMap(display, XkbAllMapComponentsMask, XkbUseCoreKbd);
-    XkbDescPtr test = XkbGetMap(display, XkbAllMapComponentsMask, static_cast<unsigned>(*device));
-    if (core != nullptr && test != nullptr && !sameSymbols(core, test)) {
-        core->device_spec = static_cast<unsigned short>(*device);
-        XkbSetMap(display, XkbAllMapComponentsMask, core);
+    if (giveTestDeviceTheCoreKeymap(display)) {
         discardOwnNotifications();
-    }
-    for (XkbDescPtr desc : {core, test}) {
-        if (desc != nullptr) {
-            XkbFreeKeyboard(desc, 0, True);
-        }
     }
 }
 
@@ -238,25 +149,8 @@ void X11KeyboardSession::noteEvent(const XEvent& event) {
     } else if (event.type == xkbEventBase) {
         const int kind = reinterpret_cast<const XkbEvent*>(&event)->any.xkb_type;
         keymapEventSeen = keymapEventSeen || kind == XkbMapNotify || kind == XkbNewKeyboardNotify;
-        noteState(event);
+        userModifiers->note(event);
     }
-}
-
-// Every state notification carries the whole state after the change, so the last one read tells the state
-// as of the last round trip: the Shift presses of the text itself come and go, and a modifier the user holds
-// or locks shows.
-void X11KeyboardSession::noteState(const XEvent& event) {
-    const auto& any = reinterpret_cast<const XkbEvent*>(&event)->any;
-    if (event.type == xkbEventBase && any.xkb_type == XkbStateNotify) {
-        const auto& state = reinterpret_cast<const XkbEvent*>(&event)->state;
-        knownState = KnownState{isClear(state.base_mods, state.latched_mods, state.locked_mods), state.group};
-    }
-}
-
-// No modifier held or latched, and no lock but Num Lock, which changes only the keypad (typing never uses it);
-// any other (Caps Lock first) would change the case or level of the keys typed.
-bool X11KeyboardSession::isClear(unsigned baseMods, unsigned latchedMods, unsigned lockedMods) const {
-    return baseMods == 0 && latchedMods == 0 && (lockedMods & ~numLockMask) == 0;
 }
 
 // The server also reports a new keyboard when the XTest device sends its first key after another keyboard:
@@ -281,7 +175,7 @@ bool X11KeyboardSession::followKeymapChange() {
 // Compared on the symbols of the first group's two levels, which is what a layout change changes: the server
 // lists the further columns as it derives them from its own keymap, not always as they were written.
 bool X11KeyboardSession::carriesOurSymbols(const X11Keymap& current, unsigned keycode) const {
-    auto expected = pool->isSpare(keycode) ? intendedSymbols(keycode) : keymap->originalSymbols(keycode);
+    auto expected = pool->isSpare(keycode) ? writer().intendedSymbols(keycode) : keymap->originalSymbols(keycode);
     auto actual = current.originalSymbols(keycode);
     constexpr std::size_t compared = 2;
     expected.resize(compared, NoSymbol);
@@ -312,7 +206,7 @@ void X11KeyboardSession::giveBackBindingsStillInPlace(const X11Keymap& current) 
         }
     }
     pool->forgetBindings();
-    writeSpareKeycodes(stillOurs);
+    writer().rewrite(stillOurs);
     discardOwnNotifications();
 }
 
@@ -326,7 +220,7 @@ void X11KeyboardSession::discardOwnNotifications() {
         if (ping && ping->answers(event)) {
             confirmRead(keysAsked);
         }
-        noteState(event);
+        userModifiers->note(event);
     }
 }
 
@@ -338,9 +232,9 @@ bool X11KeyboardSession::type(std::u32string_view text) {
     if (keymapChangedElsewhere() && !followKeymapChange()) {
         return false;
     }
-    const ModifierState modifiers = clearModifiers();
+    const auto modifiers = userModifiers->release(keymap->heldModifierKeycodes());
     const std::u32string_view ahead = textAhead(text);
-    textGoesOn = ahead.size() > text.size() && modifiers.heldKeycodes.empty() && modifiers.lockedMods == 0;
+    textGoesOn = ahead.size() > text.size() && !modifiers.any();
     std::size_t position = 0;
     bool typed = true;
     while (typed && position < text.size()) {
@@ -351,7 +245,7 @@ bool X11KeyboardSession::type(std::u32string_view text) {
     } else {
         announced.clear();
     }
-    if (restoreModifiers(modifiers)) {
+    if (userModifiers->putBack(modifiers)) {
         XSync(display, False);
     }
     return typed && !connectionLost.load() && xlibProtocolErrors() == errorsBefore;
@@ -557,7 +451,7 @@ bool X11KeyboardSession::applyBindings(const std::vector<unsigned>& keycodes) {
     if (keycodes.empty()) {
         return true;
     }
-    if (!bindSpareKeycodes(keycodes)) {
+    if (!writer().bind(keycodes) || connectionLost.load()) {
         return false;
     }
     discardOwnNotifications();
@@ -612,151 +506,6 @@ bool X11KeyboardSession::pressKeys(std::u32string_view text, std::size_t& positi
     return !connectionLost.load();
 }
 
-// The user's modifiers are released for the piece typed; when the notifications read since the last round
-// trip show none, the server is not asked again.
-X11KeyboardSession::ModifierState X11KeyboardSession::clearModifiers() {
-    ModifierState state;
-    if (knownState && knownState->clear) {
-        state.group = knownState->group;
-        return state;
-    }
-    XkbStateRec current{};
-    if (XkbGetState(display, XkbUseCoreKbd, &current) != Success) {
-        return state;
-    }
-    state.group = current.group;
-    knownState = KnownState{isClear(current.base_mods, current.latched_mods, current.locked_mods), current.group};
-    state.lockedMods = current.locked_mods & ~numLockMask;
-    if (state.lockedMods != 0) {
-        XkbLockModifiers(display, XkbUseCoreKbd, state.lockedMods, 0);
-    }
-    if (current.latched_mods != 0) {
-        XkbLatchModifiers(display, XkbUseCoreKbd, current.latched_mods, 0);
-    }
-    if (current.base_mods != 0) {
-        // Modifier keys the user is holding (Ctrl, Alt, Super, Shift) would turn the text into shortcuts.
-        char keys[32] = {};
-        XQueryKeymap(display, keys);
-        for (const unsigned keycode : keymap->heldModifierKeycodes()) {
-            if ((keys[keycode / 8] & (1 << (keycode % 8))) != 0) {
-                XTestFakeKeyEvent(display, keycode, False, CurrentTime);
-                state.heldKeycodes.push_back(keycode);
-            }
-        }
-    }
-    return state;
-}
-
-// Puts the user's modifiers back; false when there were none to put back (nothing was sent).
-bool X11KeyboardSession::restoreModifiers(const ModifierState& state) {
-    for (const unsigned keycode : state.heldKeycodes) {
-        XTestFakeKeyEvent(display, keycode, True, CurrentTime);
-    }
-    if (state.lockedMods != 0) {
-        XkbLockModifiers(display, XkbUseCoreKbd, state.lockedMods, state.lockedMods);
-    }
-    return !state.heldKeycodes.empty() || state.lockedMods != 0;
-}
-
-// A borrowed keycode carries its plain character on every first level and its shifted one on every second
-// level, in every group: the layout group cannot change them, and a level not in use repeats the other one (a
-// single symbol would be read as a lower/upper-case pair). Keycodes given back get their original symbols.
-std::vector<unsigned long> X11KeyboardSession::intendedSymbols(unsigned keycode) const {
-    const auto bound = boundSymbols(keycode);
-    if (!bound) {
-        return keymap->originalSymbols(keycode);
-    }
-    std::vector<unsigned long> symbols;
-    for (int column = 0; column < keymap->symbolsPerKeycode(); ++column) {
-        symbols.push_back(column % 2 == 0 ? bound->first : bound->second);
-    }
-    return symbols;
-}
-
-// The plain and shifted characters a borrowed keycode carries (one repeats the other when only one is bound).
-std::optional<std::pair<unsigned long, unsigned long>> X11KeyboardSession::boundSymbols(unsigned keycode) const {
-    const auto plain = pool->keysymOn({keycode, 0});
-    const auto shifted = pool->keysymOn({keycode, 1});
-    if (!plain && !shifted) {
-        return std::nullopt;
-    }
-    const unsigned long first = plain.value_or(*shifted);
-    return std::pair(first, shifted.value_or(first));
-}
-
-// Binds `keycodes` (sorted) in one XKB request spanning them all: every request is a keymap change that each
-// Qt window answers by fetching and compiling its whole keymap, and the spare keycodes lie in many runs. The
-// keycodes between them go back as the server has them now. A bound keycode gets one group of the two-level
-// type, so Shift alone picks its second character and every layout group reads the same two.
-bool X11KeyboardSession::bindSpareKeycodes(const std::vector<unsigned>& keycodes) {
-    return changeKeySymbols(keycodes, [this](XkbDescPtr desc, unsigned keycode) {
-        if (const auto bound = boundSymbols(keycode)) {
-            setTwoLevelSymbols(desc, keycode, *bound);
-        }
-    });
-}
-
-// Gives `keycodes` back the symbols and key types they had when the keymap was read, in one request as well.
-bool X11KeyboardSession::restoreOriginalSymbols(const std::vector<unsigned>& keycodes) {
-    return changeKeySymbols(
-        keycodes, [this](XkbDescPtr desc, unsigned keycode) { copyKeySymbols(keymap->description(), desc, keycode); });
-}
-
-// One XKB request covering every keycode from the first of `keycodes` to the last: `write` sets the symbols
-// of each of `keycodes` in the server's current description; the others are sent back as they are.
-bool X11KeyboardSession::changeKeySymbols(std::vector<unsigned> keycodes,
-                                          const std::function<void(XkbDescPtr, unsigned)>& write) {
-    if (keycodes.empty()) {
-        return true;
-    }
-    std::sort(keycodes.begin(), keycodes.end());
-    XkbDescPtr desc = XkbGetMap(display, XkbKeyTypesMask | XkbKeySymsMask, XkbUseCoreKbd);
-    if (desc == nullptr) {
-        return false;
-    }
-    for (const unsigned keycode : keycodes) {
-        write(desc, keycode);
-    }
-    XkbMapChangesRec changes{};
-    changes.changed = XkbKeySymsMask;
-    changes.first_key_sym = static_cast<KeyCode>(keycodes.front());
-    changes.num_key_syms = static_cast<unsigned char>(keycodes.back() - keycodes.front() + 1);
-    const bool sent = XkbChangeMap(display, desc, &changes) == True;
-    XkbFreeKeyboard(desc, 0, True);
-    return sent && !connectionLost.load();
-}
-
-// Writes the intended symbols of `keycodes` in as few requests as possible: one per run of spare keycodes,
-// rewriting the unchanged spare keycodes between them as they are.
-bool X11KeyboardSession::writeSpareKeycodes(std::vector<unsigned> keycodes) {
-    std::sort(keycodes.begin(), keycodes.end());
-    std::size_t start = 0;
-    while (start < keycodes.size()) {
-        std::size_t end = start + 1;
-        while (end < keycodes.size()) {
-            bool contiguous = true;
-            for (unsigned between = keycodes[end - 1] + 1; between < keycodes[end]; ++between) {
-                contiguous = contiguous && pool->isSpare(between);
-            }
-            if (!contiguous) {
-                break;
-            }
-            ++end;
-        }
-        const unsigned first = keycodes[start];
-        const unsigned last = keycodes[end - 1];
-        std::vector<KeySym> symbols;
-        for (unsigned keycode = first; keycode <= last; ++keycode) {
-            const auto intended = intendedSymbols(keycode);
-            symbols.insert(symbols.end(), intended.begin(), intended.end());
-        }
-        XChangeKeyboardMapping(display, static_cast<int>(first), keymap->symbolsPerKeycode(), symbols.data(),
-                               static_cast<int>(last - first + 1));
-        start = end;
-    }
-    return !connectionLost.load();
-}
-
 void X11KeyboardSession::restoreSpareKeycodes() {
     if (display == nullptr || !pool || !pool->hasBindings()) {
         return;
@@ -767,8 +516,12 @@ void X11KeyboardSession::restoreSpareKeycodes() {
     }
     const auto keycodes = pool->boundKeycodes();
     pool->forgetBindings();
-    restoreOriginalSymbols(keycodes);
+    writer().restore(keycodes);
     discardOwnNotifications();
+}
+
+SpareKeycodeWriter X11KeyboardSession::writer() const {
+    return SpareKeycodeWriter(display, *keymap, *pool);
 }
 
 bool X11KeyboardSession::awaitReading(std::chrono::steady_clock::time_point deadline) {

@@ -2,15 +2,16 @@
 
 #include "FocusedClientPing.h"
 #include "SpareKeycodePool.h"
+#include "SpareKeycodeWriter.h"
 #include "X11ClientInbox.h"
 #include "X11Keymap.h"
+#include "X11UserModifiers.h"
 
 #include <X11/XKBlib.h>
 #include <X11/Xlib.h>
 
 #include <atomic>
 #include <chrono>
-#include <functional>
 #include <optional>
 #include <string_view>
 #include <unordered_set>
@@ -64,13 +65,6 @@ public:
     std::optional<std::chrono::steady_clock::time_point> lastSent() const { return sentAt; }
 
 private:
-    // What the user's own modifiers were, so the text is typed without them and they are put back after.
-    struct ModifierState {
-        std::vector<unsigned> heldKeycodes;
-        unsigned lockedMods = 0;
-        int group = 0;
-    };
-
     bool connect();
     void disconnect();
     void matchTestDeviceKeymap();
@@ -83,18 +77,8 @@ private:
     void giveBackBindingsStillInPlace(const X11Keymap& current);
     void discardOwnNotifications();
 
-    // Whether the keyboard had no modifier to clear, and its group, as last reported.
-    struct KnownState {
-        bool clear = false;
-        int group = 0;
-    };
-
-    ModifierState clearModifiers();
-    bool restoreModifiers(const ModifierState& state);
-    void noteState(const XEvent& event);
     void readPendingEvents();
     Window focusOfKeys();
-    bool isClear(unsigned baseMods, unsigned latchedMods, unsigned lockedMods) const;
 
     std::u32string_view textAhead(std::u32string_view text) const;
     bool typePrefix(std::u32string_view text, std::u32string_view ahead, std::size_t& position, int group);
@@ -109,14 +93,9 @@ private:
     void collectNeeded(std::u32string_view text, int group, std::vector<unsigned long>& needed,
                        std::unordered_set<unsigned long>& bound);
     bool applyBindings(const std::vector<unsigned>& keycodes);
-    bool bindSpareKeycodes(const std::vector<unsigned>& keycodes);
-    bool restoreOriginalSymbols(const std::vector<unsigned>& keycodes);
-    bool changeKeySymbols(std::vector<unsigned> keycodes, const std::function<void(XkbDescPtr, unsigned)>& write);
+    SpareKeycodeWriter writer() const;
     int currentGroup();
     bool pressKeys(std::u32string_view text, std::size_t& position, int group);
-    bool writeSpareKeycodes(std::vector<unsigned> keycodes);
-    std::vector<unsigned long> intendedSymbols(unsigned keycode) const;
-    std::optional<std::pair<unsigned long, unsigned long>> boundSymbols(unsigned keycode) const;
     std::optional<KeyStroke> strokeFor(char32_t character, int group);
 
     Timing timing;
@@ -128,8 +107,7 @@ private:
     std::optional<FocusedClientPing> ping;
     std::optional<X11ClientInbox> inbox;
     bool keymapEventSeen = false;
-    unsigned numLockMask = 0;
-    std::optional<KnownState> knownState;
+    std::optional<X11UserModifiers> userModifiers;
     // The focused window whose focus changes are reported to this connection, since when, and how many pieces
     // went to it since the last round trip.
     struct WatchedFocus {
