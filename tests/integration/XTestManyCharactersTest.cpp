@@ -1,6 +1,7 @@
 // Chinese with several times more distinct characters than the spare keycodes hold, typed into real X
 // clients on a private Xvfb: every character must arrive, into windows that answer the window manager's
-// pings (Qt, and an Xlib client that does) and into one that never does, fast and slow ones alike.
+// pings (Qt, and an Xlib client that does) and into ones that never do (an Xlib client, and xterm, the plain
+// Xlib program people type into most), fast and slow ones alike.
 #include "HelperProcess.h"
 #include "MixedSampleText.h"
 #include "ReceivedText.h"
@@ -110,6 +111,19 @@ TEST_F(XTestManyCharactersTest, XlibClientThatNeverAnswersReceivesChineseExactly
     const double seconds = typeAndCheck(chineseSampleText(characters, distinct));
     std::cout << characters / seconds << " chars/s to the last character, poster's exit included\n";
     EXPECT_LT(seconds, generousSeconds);
+}
+
+// xterm never answers pings either; its shell passes the text of every key on to the file unchanged.
+TEST_F(XTestManyCharactersTest, XtermReceivesChineseExactlyAtItsOwnPace) {
+    startReceiver({KEYFERRY_XTERM_RECEIVER});
+    const double seconds = typeAndCheck(chineseSampleText(characters, distinct));
+    std::cout << characters / seconds << " chars/s to the last character, poster's exit included\n";
+    EXPECT_LT(seconds, generousSeconds);
+}
+
+TEST_F(XTestManyCharactersTest, XtermReceivesTextOfManyScriptsExactly) {
+    startReceiver({KEYFERRY_XTERM_RECEIVER});
+    typeAndCheck(manyScriptSampleText(characters));
 }
 
 // Slow windows read each key 5 ms or more after the previous one, far behind the typing: each place is
