@@ -4,7 +4,7 @@
 # line end); "ready" is printed once the terminal's window has the keyboard focus. Ends with the terminal.
 output=$1
 ready="$output.ready"
-xterm -u8 -ut -e sh -c 'stty -icanon -echo -isig icrnl && xdotool windowfocus --sync "$WINDOWID" && : > "$2" &&
+xterm -u8 -fn fixed -ut -e sh -c 'stty -icanon -echo -isig icrnl && xdotool windowfocus --sync "$WINDOWID" && : > "$2" &&
     exec cat > "$1"' sh "$output" "$ready" &
 terminal=$!
 while [ ! -e "$ready" ]; do
