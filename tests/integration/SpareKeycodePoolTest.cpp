@@ -12,16 +12,19 @@ using Place = SpareKeycodePool::Place;
 
 const TimePoint start = TimePoint{} + 1000s;
 
-TEST(SpareKeycodePoolTest, BindsFreshPlacesKeycodeByKeycodeInTheOrderGiven) {
+// Characters on plain places need no Shift press, which a slow window would have to handle as one more key.
+TEST(SpareKeycodePoolTest, BindsEveryPlainPlaceBeforeAnyShiftedOneInTheOrderGiven) {
     SpareKeycodePool pool({30, 10, 20}, 2, 250ms);
     EXPECT_EQ(pool.size(), 6U);
-    EXPECT_EQ(pool.bind({0x1000001, 0x1000002, 0x1000003}, {}, start), (std::vector<unsigned>{10, 30}));
+    EXPECT_EQ(pool.bind({0x1000001, 0x1000002, 0x1000003}, {}, start), (std::vector<unsigned>{10, 20, 30}));
     EXPECT_EQ(pool.placeOf(0x1000001), (std::optional<Place>(Place{30, 0})));
-    EXPECT_EQ(pool.placeOf(0x1000002), (std::optional<Place>(Place{30, 1})));
-    EXPECT_EQ(pool.keysymOn({10, 0}), std::optional<unsigned long>(0x1000003));
-    EXPECT_EQ(pool.keysymOn({10, 1}), std::nullopt);
-    EXPECT_EQ(pool.placeOf(0x1000004), std::nullopt);
-    EXPECT_EQ(pool.boundKeycodes(), (std::vector<unsigned>{30, 10}));
+    EXPECT_EQ(pool.placeOf(0x1000002), (std::optional<Place>(Place{10, 0})));
+    EXPECT_EQ(pool.placeOf(0x1000003), (std::optional<Place>(Place{20, 0})));
+    EXPECT_EQ(pool.keysymOn({30, 1}), std::nullopt);
+    EXPECT_EQ(pool.bind({0x1000004}, {0x1000001, 0x1000002, 0x1000003}, start), (std::vector<unsigned>{30}));
+    EXPECT_EQ(pool.placeOf(0x1000004), (std::optional<Place>(Place{30, 1})));
+    EXPECT_EQ(pool.placeOf(0x1000005), std::nullopt);
+    EXPECT_EQ(pool.boundKeycodes(), (std::vector<unsigned>{10, 20, 30}));
 }
 
 TEST(SpareKeycodePoolTest, RebindsOnlyPlacesReadLongEnoughAgoLeastRecentFirst) {

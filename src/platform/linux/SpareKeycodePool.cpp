@@ -8,8 +8,11 @@ namespace keyferry {
 SpareKeycodePool::SpareKeycodePool(const std::vector<unsigned>& keycodes, unsigned levels,
                                    std::chrono::steady_clock::duration guard)
     : reuseGuard(guard) {
-    for (const unsigned keycode : keycodes) {
-        for (unsigned level = 0; level < levels; ++level) {
+    // Every plain place comes before every shifted one: a text whose characters fit on the plain places never
+    // needs Shift for them, which spares a slow window one key press in four; binding more keycodes costs
+    // nothing, one request spans them all.
+    for (unsigned level = 0; level < levels; ++level) {
+        for (const unsigned keycode : keycodes) {
             slots.push_back(Slot{Place{keycode, level}, std::nullopt, std::nullopt});
         }
     }
@@ -48,8 +51,7 @@ std::vector<unsigned> SpareKeycodePool::bind(const std::vector<unsigned long>& k
             candidates.push_back(&slot);
         }
     }
-    // Never-typed slots first, then the least recently typed; ties in keycode order, so that a fresh pool is
-    // bound in few contiguous runs.
+    // Never-typed slots first (plain places before shifted ones), then the least recently typed.
     std::stable_sort(candidates.begin(), candidates.end(), [this](const Slot* left, const Slot* right) {
         return std::pair(freeFrom(*left), left->lastKey) < std::pair(freeFrom(*right), right->lastKey);
     });
@@ -118,10 +120,12 @@ std::optional<SpareKeycodePool::TimePoint> SpareKeycodePool::lastReadBy() const 
 std::vector<unsigned> SpareKeycodePool::boundKeycodes() const {
     std::vector<unsigned> bound;
     for (const Slot& slot : slots) {
-        if (slot.keysym && (bound.empty() || bound.back() != slot.place.keycode)) {
+        if (slot.keysym) {
             bound.push_back(slot.place.keycode);
         }
     }
+    std::sort(bound.begin(), bound.end());
+    bound.erase(std::unique(bound.begin(), bound.end()), bound.end());
     return bound;
 }
 

@@ -57,7 +57,8 @@ public:
     bool hasBindings() const;
     std::optional<TimePoint> lastReadBy() const;
 
-    // The keycodes currently carrying bindings (to be restored), and forgetting them once restored.
+    // The keycodes currently carrying bindings (to be restored), in ascending order, and forgetting them once
+    // restored.
     std::vector<unsigned> boundKeycodes() const;
     void forgetBindings();
 
