@@ -8,6 +8,7 @@ add_library(keyferry_linux_test_support STATIC
     ${CMAKE_CURRENT_LIST_DIR}/ReceivedText.cpp
     ${CMAKE_CURRENT_LIST_DIR}/PrivateSessionBus.cpp
     ${CMAKE_CURRENT_LIST_DIR}/KeymapChangeCounter.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/ShiftPressCounter.cpp
 )
 target_include_directories(keyferry_linux_test_support PUBLIC ${CMAKE_CURRENT_LIST_DIR})
 target_link_libraries(keyferry_linux_test_support PUBLIC keyferry_test_support PRIVATE PkgConfig::KEYFERRY_X11)

@@ -88,5 +88,29 @@ TEST(SpareKeycodePoolTest, ConfirmingBringsTheExpectedReadingTimeForward) {
     EXPECT_EQ(pool.nextFree({}), std::optional<TimePoint>(TimePoint{}));
 }
 
+// For a window that reads its keys slowly: no character goes on a shifted place, and those on shifted places it
+// has read lose them, to come back on plain ones; a shifted place still to be read keeps its character.
+TEST(SpareKeycodePoolTest, PlainOnlyBindsNoShiftedPlaceAndEmptiesTheShiftedPlacesRead) {
+    SpareKeycodePool pool({10, 20}, 2, 250ms);
+    pool.bind({1, 2, 3, 4}, {}, start);
+    pool.markTyped({10, 0}, start);
+    pool.markTyped({10, 1}, start);
+    pool.confirmRead(pool.typedKeys(), start);
+    pool.markTyped({20, 1}, start + 10s);
+    const TimePoint onlyConfirmed{};
+    EXPECT_EQ(pool.bind({5}, {2}, onlyConfirmed, true), (std::vector<unsigned>{10}));
+    EXPECT_EQ(pool.placeOf(5), (std::optional<Place>(Place{10, 0})));
+    EXPECT_EQ(pool.placeOf(3), std::nullopt) << "read on a shifted place";
+    EXPECT_EQ(pool.placeOf(4), (std::optional<Place>(Place{20, 1}))) << "still to be read";
+    EXPECT_EQ(pool.placeOf(2), (std::optional<Place>(Place{20, 0}))) << "protected";
+}
+
+TEST(SpareKeycodePoolTest, PlainOnlyLeavesShiftedPlacesAloneWhenNoPlainPlaceIsFree) {
+    SpareKeycodePool pool({10}, 2, 250ms);
+    pool.bind({1, 2}, {}, start);
+    EXPECT_TRUE(pool.bind({3}, {1}, start, true).empty());
+    EXPECT_EQ(pool.placeOf(2), (std::optional<Place>(Place{10, 1})));
+}
+
 } // namespace
 } // namespace keyferry

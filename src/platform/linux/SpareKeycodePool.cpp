@@ -43,12 +43,14 @@ SpareKeycodePool::TimePoint SpareKeycodePool::freeFrom(const Slot& slot) const {
 }
 
 std::vector<unsigned> SpareKeycodePool::bind(const std::vector<unsigned long>& keysyms,
-                                             const std::unordered_set<unsigned long>& protectedKeysyms, TimePoint now) {
+                                             const std::unordered_set<unsigned long>& protectedKeysyms, TimePoint now,
+                                             bool plainOnly) {
     std::vector<Slot*> candidates;
+    std::vector<Slot*> shifted;
     for (Slot& slot : slots) {
         const bool isProtected = slot.keysym && protectedKeysyms.contains(*slot.keysym);
         if (!isProtected && now >= freeFrom(slot)) {
-            candidates.push_back(&slot);
+            (plainOnly && slot.place.level > 0 ? shifted : candidates).push_back(&slot);
         }
     }
     // Never-typed slots first (plain places before shifted ones), then the least recently typed.
@@ -59,6 +61,13 @@ std::vector<unsigned> SpareKeycodePool::bind(const std::vector<unsigned long>& k
     for (std::size_t index = 0; index < keysyms.size() && index < candidates.size(); ++index) {
         candidates[index]->keysym = keysyms[index];
         changed.push_back(candidates[index]->place.keycode);
+    }
+    // Shifted places free to rebind are emptied as well, so that their characters come back on plain places.
+    for (Slot* slot : shifted) {
+        if (slot->keysym && !candidates.empty()) {
+            slot->keysym.reset();
+            changed.push_back(slot->place.keycode);
+        }
     }
     std::sort(changed.begin(), changed.end());
     changed.erase(std::unique(changed.begin(), changed.end()), changed.end());

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <optional>
@@ -37,9 +38,11 @@ public:
     std::optional<unsigned long> keysymOn(Place place) const;
 
     // Binds as many of `keysyms` (none bound yet) as free places allow at `now`, in order, never taking one
-    // that carries one of `protectedKeysyms`. Returns the keycodes changed; the caller must apply them.
+    // that carries one of `protectedKeysyms`. With `plainOnly`, binds none typed with Shift and empties those
+    // that are free (unless no plain place is). Returns the keycodes changed; the caller must apply them.
     std::vector<unsigned> bind(const std::vector<unsigned long>& keysyms,
-                               const std::unordered_set<unsigned long>& protectedKeysyms, TimePoint now);
+                               const std::unordered_set<unsigned long>& protectedKeysyms, TimePoint now,
+                               bool plainOnly = false);
 
     // How many places not carrying one of `protectedKeysyms` are free at `now`.
     std::size_t freePlaces(const std::unordered_set<unsigned long>& protectedKeysyms, TimePoint now) const;
@@ -52,6 +55,7 @@ public:
 
     // Counts the keys typed so far; a client that has read every key up to `typedKeys()` frees their places.
     std::size_t typedKeys() const { return keysTyped; }
+    std::size_t unconfirmedKeys() const { return keysTyped - std::min(keysConfirmed, keysTyped); }
     void confirmRead(std::size_t keysRead, TimePoint now);
 
     bool hasBindings() const;

@@ -91,6 +91,7 @@ void X11KeyboardSession::disconnect() {
     inbox.reset();
     typedInto.reset();
     typedIntoSeveral = false;
+    slowReader.reset();
     watchedFocus.reset();
     userModifiers.reset();
 }
@@ -327,9 +328,30 @@ bool X11KeyboardSession::bindFor(std::u32string_view remaining, int group) {
     if (needed.empty()) {
         return true;
     }
+    const std::size_t unreadKeys = pool->unconfirmedKeys();
+    const auto waitStarted = std::chrono::steady_clock::now();
     const auto freeAt = placesFreeAt(needed.size(), bound);
-    auto keycodes = pool->bind(needed, bound, freeAt);
+    noteReadingPace(unreadKeys, waitStarted);
+    const bool plainOnly = slowReader == lastFocus;
+    auto keycodes = pool->bind(needed, bound, freeAt, plainOnly);
+    if (keycodes.empty() && plainOnly) {
+        keycodes = pool->bind(needed, bound, freeAt);
+    }
     return !keycodes.empty() && applyBindings(keycodes);
+}
+
+// A window that takes longer than a millisecond per key to read the keys it was sent gets characters on plain
+// places only: for it, each Shift press is one more key to handle, which costs more than the keymap changes
+// of binding fewer characters at a time. Judged when the window has confirmed reading at least a few dozen
+// keys the typing had to wait for; an estimate of its pace says nothing about it.
+void X11KeyboardSession::noteReadingPace(std::size_t unreadKeys, std::chrono::steady_clock::time_point since) {
+    constexpr std::size_t fewestKeysJudged = 32;
+    constexpr auto slowKeyInterval = std::chrono::milliseconds(1);
+    if (unreadKeys < fewestKeysJudged || pool->unconfirmedKeys() >= unreadKeys) {
+        return;
+    }
+    const bool slow = std::chrono::steady_clock::now() - since > slowKeyInterval * unreadKeys;
+    slowReader = slow ? std::optional(lastFocus) : std::nullopt;
 }
 
 // The moment at which places count as free for binding `count` characters, after waiting when too few are.
@@ -439,6 +461,7 @@ void X11KeyboardSession::noteFocus(Window focus) {
     if (typedInto && *typedInto != focus) {
         typedIntoSeveral = true;
     }
+    lastFocus = focus;
     typedInto = focus;
     const auto everyKeyRead = pool->lastReadBy();
     if (typedIntoSeveral && everyKeyRead && std::chrono::steady_clock::now() >= *everyKeyRead + timing.reuseGuard) {

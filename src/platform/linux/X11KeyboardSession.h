@@ -85,6 +85,7 @@ private:
     bool lacksPlace(std::u32string_view text, int group);
     bool bindFor(std::u32string_view remaining, int group);
     SpareKeycodePool::TimePoint placesFreeAt(std::size_t count, std::unordered_set<unsigned long>& bound);
+    void noteReadingPace(std::size_t unreadKeys, std::chrono::steady_clock::time_point since);
     void askFocusedClient();
     bool awaitNextAnswer(std::chrono::steady_clock::time_point deadline);
     bool awaitReadingSeen(std::chrono::steady_clock::time_point deadline);
@@ -120,7 +121,9 @@ private:
     // The windows keys went to since their client last confirmed reading them (a ping answers for one client).
     std::optional<Window> typedInto;
     bool typedIntoSeveral = false;
-    std::size_t keysAsked = 0; // the keys typed when the client was last asked whether it had read them
+    Window lastFocus = None;          // the window the last keys went to
+    std::optional<Window> slowReader; // a window seen reading its keys slowly
+    std::size_t keysAsked = 0;        // the keys typed when the client was last asked whether it had read them
     // The text announced by prepare() and how much of it has been typed.
     std::u32string announced;
     std::size_t announcedTyped = 0;
