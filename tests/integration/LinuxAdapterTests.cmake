@@ -73,3 +73,8 @@ target_compile_definitions(keyferry_x11_client_inbox_tests PRIVATE
     KEYFERRY_XLIB_RECEIVER="$<TARGET_FILE:keyferry-xlib-receiver>")
 add_dependencies(keyferry_x11_client_inbox_tests keyferry-xlib-receiver)
 
+
+keyferry_test(keyferry_spare_keycode_writer_tests integration
+    SOURCES ${CMAKE_CURRENT_LIST_DIR}/SpareKeycodeWriterTest.cpp
+    LIBRARIES keyferry_linux keyferry_linux_test_support PkgConfig::KEYFERRY_X11
+    TIMEOUT 60)

@@ -68,11 +68,13 @@ std::optional<std::pair<unsigned long, unsigned long>> SpareKeycodeWriter::bound
 // Every request is a keymap change that each Qt window answers by fetching and compiling its whole keymap, and
 // the spare keycodes lie in many runs: so one request spans them all, and the keycodes between go back as the
 // server has them now. A bound keycode gets one group of the two-level type, so Shift alone picks its second
-// character and every layout group reads the same two.
+// character and every layout group reads the same two; one the pool no longer binds gets its own symbols back.
 bool SpareKeycodeWriter::bind(const std::vector<unsigned>& keycodes) const {
     return changeKeySymbols(keycodes, [this](XkbDescPtr desc, unsigned keycode) {
         if (const auto bound = boundSymbols(keycode)) {
             setTwoLevelSymbols(desc, keycode, *bound);
+        } else {
+            copyKeySymbols(keymap.description(), desc, keycode);
         }
     });
 }

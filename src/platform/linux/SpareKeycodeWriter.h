@@ -22,7 +22,8 @@ class SpareKeycodeWriter {
 public:
     SpareKeycodeWriter(Display* display, const X11Keymap& keymap, const SpareKeycodePool& pool);
 
-    // Binds `keycodes` as the pool has them, in one XKB request; false when it could not be sent.
+    // Binds `keycodes` as the pool has them (those it binds nothing on get their original symbols back), in one
+    // XKB request; false when it could not be sent.
     bool bind(const std::vector<unsigned>& keycodes) const;
 
     // Gives `keycodes` back the symbols and key types they had when the keymap was read, in one request too.
