@@ -1,7 +1,7 @@
 // Types the same 10,000-character mixed text into one X client on a private Xvfb with keyferry-type and with
 // xdotool (its default delay, and --delay 0), then keyferry-type alone into windows that have just opened on
 // X servers that have just started: mixed text, text of many scripts, and Chinese with about 800 distinct
-// ideographs, into fast windows (Xlib, Qt, xterm) and into ones that take 5 ms per key (among them windows that
+// ideographs, into fast windows (Xlib, Qt, GTK, xterm) and into ones that take 5 ms per key (among them windows that
 // never answer pings: one reading like XPending loops, one asking the server something on each key). Prints for
 // each: characters per second to the moment the text is complete in the window (and to the moment the typer
 // exits), the processor time the typer used, wrong or missing characters, the keymap changes the X server
@@ -211,6 +211,7 @@ int main(int argc, char** argv) {
     const Window qt{argv[3], {"0"}};
     const Window slowQt{argv[3], {"5"}};
     const Window xterm{KEYFERRY_XTERM_RECEIVER, {}};
+    const Window gtk{KEYFERRY_GTK_RECEIVER, {}};
     const std::string mixed = mixedSampleText(characters);
     const std::string manyScripts = manyScriptSampleText(characters);
     const std::string chinese = chineseSampleText(3000, 800);
@@ -226,11 +227,13 @@ int main(int argc, char** argv) {
         {"many scripts, Xlib window answering pings", manyScripts, answering},
         {"many scripts, Qt window", manyScripts, qt},
         {"many scripts, xterm", manyScripts, xterm},
+        {"many scripts, GTK", manyScripts, gtk},
         {"many scripts, 5 ms/key Xlib window", shortManyScripts, slowFresh},
         {"Chinese (800 distinct), Xlib window", chinese, fresh},
         {"Chinese (800 distinct), Xlib answering pings", chinese, answering},
         {"Chinese (800 distinct), Qt window", chinese, qt},
         {"Chinese (800 distinct), xterm", chinese, xterm},
+        {"Chinese (800 distinct), GTK", chinese, gtk},
         {"Chinese (800 distinct), 5 ms/key Xlib pinged", chinese, slowAnswering},
         {"Chinese (800 distinct), 5 ms/key Qt", chinese, slowQt},
         {"Chinese (800 distinct), 5 ms/key Xlib window", chinese, slowFresh},

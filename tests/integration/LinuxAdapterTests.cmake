@@ -33,7 +33,7 @@ target_compile_definitions(keyferry_xtest_typing_tests PRIVATE
     KEYFERRY_TYPE_TOOL="$<TARGET_FILE:keyferry-type>")
 add_dependencies(keyferry_xtest_typing_tests keyferry-xlib-receiver keyferry-qt-receiver keyferry-type)
 
-# Texts with far more distinct characters than spare keycodes, into fast and slow windows, xterm among them.
+# Texts with far more distinct characters than spare keycodes, into fast and slow windows, GTK and xterm among them.
 keyferry_test(keyferry_xtest_many_characters_tests integration
     SOURCES ${CMAKE_CURRENT_LIST_DIR}/XTestManyCharactersTest.cpp
     LIBRARIES keyferry_linux keyferry_core keyferry_linux_test_support
@@ -42,6 +42,7 @@ target_compile_definitions(keyferry_xtest_many_characters_tests PRIVATE
     KEYFERRY_XLIB_RECEIVER="$<TARGET_FILE:keyferry-xlib-receiver>"
     KEYFERRY_QT_RECEIVER="$<TARGET_FILE:keyferry-qt-receiver>"
     KEYFERRY_XTERM_RECEIVER="${CMAKE_CURRENT_LIST_DIR}/xterm-receiver.sh"
+    KEYFERRY_GTK_RECEIVER="${CMAKE_CURRENT_LIST_DIR}/gtk-x11-receiver.sh"
     KEYFERRY_TYPE_TOOL="$<TARGET_FILE:keyferry-type>")
 add_dependencies(keyferry_xtest_many_characters_tests keyferry-xlib-receiver keyferry-qt-receiver keyferry-type)
 

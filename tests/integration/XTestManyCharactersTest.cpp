@@ -1,6 +1,6 @@
 // Chinese with several times more distinct characters than the spare keycodes hold, typed into real X
 // clients on a private Xvfb: every character must arrive, into windows that answer the window manager's
-// pings (Qt, and an Xlib client that does) and into ones that never do (an Xlib client, and xterm, the plain
+// pings (Qt, GTK, and an Xlib client that does) and into ones that never do (an Xlib client, and xterm, the plain
 // Xlib program people type into most), fast and slow ones alike.
 #include "HelperProcess.h"
 #include "MixedSampleText.h"
@@ -112,6 +112,19 @@ TEST_F(XTestManyCharactersTest, XlibClientThatNeverAnswersReceivesChineseExactly
     const double seconds = typeAndCheck(chineseSampleText(characters, distinct));
     std::cout << characters / seconds << " chars/s to the last character, poster's exit included\n";
     EXPECT_LT(seconds, generousSeconds);
+}
+
+// GTK windows answer pings, as Qt ones do.
+TEST_F(XTestManyCharactersTest, GtkWindowReceivesChineseExactlyAtItsOwnPace) {
+    startReceiver({KEYFERRY_GTK_RECEIVER});
+    const double seconds = typeAndCheck(chineseSampleText(characters, distinct));
+    std::cout << characters / seconds << " chars/s to the last character, poster's exit included\n";
+    EXPECT_LT(seconds, generousSeconds);
+}
+
+TEST_F(XTestManyCharactersTest, GtkWindowReceivesTextOfManyScriptsExactly) {
+    startReceiver({KEYFERRY_GTK_RECEIVER});
+    typeAndCheck(manyScriptSampleText(characters));
 }
 
 // xterm never answers pings either; its shell passes the text of every key on to the file unchanged.

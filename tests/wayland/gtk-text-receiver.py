@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-# A GTK 3 text view that takes the keyboard focus and appends every text inserted into its buffer to a file,
-# as typed (Return inserts a line feed, Tab a tab). Argument: the output file. Prints "ready" once it has the
-# focus and is drawn; stops on SIGTERM.
+# A GTK 3 text view (on Wayland or X11) that takes the keyboard focus and appends every text inserted into its
+# buffer to a file, as typed (Return inserts a line feed, Tab a tab). Argument: the output file. Prints "ready"
+# once it has the focus and is drawn; stops on SIGTERM.
 import signal
 import sys
 
@@ -55,6 +55,8 @@ def main():
     window.show_all()
     window.get_frame_clock().connect("after-paint", drawn)
     view.grab_focus()
+    # An X server without a window manager gives the keyboard focus only on request.
+    window.present()
     Gtk.main()
     return 0
 
