@@ -37,9 +37,10 @@ public:
     std::optional<Place> placeOf(unsigned long keysym) const;
     std::optional<unsigned long> keysymOn(Place place) const;
 
-    // Binds as many of `keysyms` (none bound yet) as free places allow at `now`, in order, never taking one
-    // that carries one of `protectedKeysyms`. With `plainOnly`, binds none typed with Shift and empties those
-    // that are free (unless no plain place is). Returns the keycodes changed; the caller must apply them.
+    // Binds as many of `keysyms` (none bound yet, or bound on a shifted place only) as free places allow at
+    // `now`, in order, never taking one that carries one of `protectedKeysyms`. With `plainOnly`, binds none
+    // typed with Shift and empties those that are free (unless no plain place is). Returns the keycodes
+    // changed; the caller must apply them.
     std::vector<unsigned> bind(const std::vector<unsigned long>& keysyms,
                                const std::unordered_set<unsigned long>& protectedKeysyms, TimePoint now,
                                bool plainOnly = false);

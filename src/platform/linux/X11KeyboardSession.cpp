@@ -280,7 +280,7 @@ void X11KeyboardSession::prepare(std::u32string_view text) {
     std::unordered_set<unsigned long> bound;
     collectNeeded(text, currentGroup(), needed, bound);
     if (!needed.empty()) {
-        applyBindings(pool->bind(needed, bound, std::chrono::steady_clock::now()));
+        applyBindings(bindPlaces(needed, bound, std::chrono::steady_clock::now()));
     }
 }
 
@@ -290,7 +290,8 @@ int X11KeyboardSession::currentGroup() {
 }
 
 // The keysyms of `text` the layout lacks, in order of first appearance, as many as the places hold: those not
-// bound yet, and those bound among the nearest half, which are kept. Keeping only half makes room for many
+// bound yet (or, for a slow window, bound on a shifted place, to come onto a plain one), and those bound among
+// the nearest half, which are kept. Keeping only half makes room for many
 // characters per keymap change; a farther character that loses its place is bound again when it comes.
 void X11KeyboardSession::collectNeeded(std::u32string_view text, int group, std::vector<unsigned long>& needed,
                                        std::unordered_set<unsigned long>& bound) {
@@ -304,7 +305,8 @@ void X11KeyboardSession::collectNeeded(std::u32string_view text, int group, std:
         if (keymap->strokeFor(keysym, group) || !seen.insert(keysym).second) {
             continue;
         }
-        if (!pool->placeOf(keysym)) {
+        const auto place = pool->placeOf(keysym);
+        if (!place || (place->level > 0 && plainPlacesOnly())) {
             needed.push_back(keysym);
         } else if (seen.size() <= kept) {
             bound.insert(keysym);
@@ -332,12 +334,25 @@ bool X11KeyboardSession::bindFor(std::u32string_view remaining, int group) {
     const auto waitStarted = std::chrono::steady_clock::now();
     const auto freeAt = placesFreeAt(needed.size(), bound);
     noteReadingPace(unreadKeys, waitStarted);
-    const bool plainOnly = slowReader == lastFocus;
+    const auto keycodes = bindPlaces(needed, bound, freeAt);
+    return !keycodes.empty() && applyBindings(keycodes);
+}
+
+bool X11KeyboardSession::plainPlacesOnly() const {
+    return slowReader == lastFocus;
+}
+
+// Binds on plain places only for a window seen reading slowly, on any place otherwise or when no plain one is
+// free; the keycodes changed.
+std::vector<unsigned> X11KeyboardSession::bindPlaces(const std::vector<unsigned long>& needed,
+                                                     const std::unordered_set<unsigned long>& bound,
+                                                     SpareKeycodePool::TimePoint freeAt) {
+    const bool plainOnly = plainPlacesOnly();
     auto keycodes = pool->bind(needed, bound, freeAt, plainOnly);
     if (keycodes.empty() && plainOnly) {
         keycodes = pool->bind(needed, bound, freeAt);
     }
-    return !keycodes.empty() && applyBindings(keycodes);
+    return keycodes;
 }
 
 // A window that takes longer than a millisecond per key to read the keys it was sent gets characters on plain

@@ -86,6 +86,10 @@ private:
     bool bindFor(std::u32string_view remaining, int group);
     SpareKeycodePool::TimePoint placesFreeAt(std::size_t count, std::unordered_set<unsigned long>& bound);
     void noteReadingPace(std::size_t unreadKeys, std::chrono::steady_clock::time_point since);
+    bool plainPlacesOnly() const;
+    std::vector<unsigned> bindPlaces(const std::vector<unsigned long>& needed,
+                                     const std::unordered_set<unsigned long>& bound,
+                                     SpareKeycodePool::TimePoint freeAt);
     void askFocusedClient();
     bool awaitNextAnswer(std::chrono::steady_clock::time_point deadline);
     bool awaitReadingSeen(std::chrono::steady_clock::time_point deadline);
